@@ -1,0 +1,44 @@
+# cmake -DPROGRAM=x.exe -DREADOBJ=llvm-readobj -DMACHINE=IMAGE_FILE_MACHINE_ARM64 -P CheckWindowsProgram.cmake
+foreach(var PROGRAM READOBJ MACHINE)
+    if(NOT DEFINED ${var})
+        message(FATAL_ERROR "${var} is not set")
+    endif()
+endforeach()
+
+execute_process(COMMAND "${READOBJ}" --file-headers --coff-imports --coff-resources "${PROGRAM}"
+    OUTPUT_VARIABLE report RESULT_VARIABLE result ERROR_VARIABLE errors)
+if(NOT result EQUAL 0)
+    message(FATAL_ERROR "llvm-readobj failed on ${PROGRAM}: ${errors}")
+endif()
+
+set(failures "")
+if(NOT report MATCHES "Machine: ${MACHINE} ")
+    string(APPEND failures "\n  machine is not ${MACHINE}")
+endif()
+if(NOT report MATCHES "Magic: 0x20B")
+    string(APPEND failures "\n  not a PE32+ image")
+endif()
+if(NOT report MATCHES "Subsystem: IMAGE_SUBSYSTEM_WINDOWS_CUI ")
+    string(APPEND failures "\n  not a console program")
+endif()
+# Windows reads a process's manifest from resource type 24, ID 1.
+if(NOT report MATCHES "Type: MANIFEST \\(ID 24\\) \\[[^]]*Name: \\(ID 1\\) \\[")
+    string(APPEND failures "\n  no manifest resource with ID 1")
+endif()
+# Runtime libraries are linked statically: none of their DLLs may be imported.
+foreach(dll libstdc\\+\\+-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll libc\\+\\+.dll libunwind.dll)
+    if(report MATCHES "Name: ${dll}")
+        string(APPEND failures "\n  imports ${dll}")
+    endif()
+endforeach()
+
+# The manifest text is stored as is in the resource section.
+file(STRINGS "${PROGRAM}" code_page REGEX "<activeCodePage[^>]*>UTF-8</activeCodePage>")
+if(NOT code_page)
+    string(APPEND failures "\n  the manifest does not set the active code page to UTF-8")
+endif()
+
+if(failures)
+    message(FATAL_ERROR "${PROGRAM}:${failures}")
+endif()
+message(STATUS "${PROGRAM}: ${MACHINE}, PE32+ console program with the UTF-8 manifest, no runtime DLLs")

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+namespace Tessel::Bridge::Platform::Emulated {
+
+// The emulated PC cannot be used: its state file is malformed or cannot be
+// read or written. Not caught by the program: it ends the run with the message.
+// The state file's document; keys keep the order they were written in.
+using State = nlohmann::ordered_json;
+
+class EmulatedPcError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// The PC that the program controls when it runs off Windows, kept in one JSON
+// state file. A missing file is the built-in default PC; the file is written
+// only when something changes, atomically (temporary file and rename) and under
+// an exclusive lock on a sibling ".lock" file, so concurrent runs lose nothing.
+class EmulatedPc {
+public:
+    static constexpr int kFormatVersion = 1;
+
+    explicit EmulatedPc(std::filesystem::path stateFile);
+
+    // KESTREL_EMULATED_PC if set, else emulated-pc.json under
+    // $XDG_STATE_HOME/kestrel (default ~/.local/state/kestrel).
+    static std::filesystem::path StateFileFromEnvironment();
+    static EmulatedPc FromEnvironment();
+
+    // A plausible Windows-on-Arm laptop, as it comes out of the box.
+    static State BuiltInState();
+
+    const std::filesystem::path& StateFile() const noexcept { return stateFile_; }
+
+    // The PC as it is now: the state file laid over the built-in state.
+    State Read() const;
+
+    // Runs change on the current state while holding the PC's lock, and saves
+    // the result if it differs. An exception from change saves nothing.
+    void Update(const std::function<void(State& state)>& change) const;
+
+    // Typed field access; a missing or mistyped field is a malformed file.
+    int IntegerAt(const State& state, const char* pointer) const;
+    bool BooleanAt(const State& state, const char* pointer) const;
+
+    [[noreturn]] void ThrowMalformed(const std::string& what) const;
+
+private:
+    void WriteAtomically(const State& state) const;
+
+    std::filesystem::path stateFile_;
+};
+
+} // namespace Tessel::Bridge::Platform::Emulated

@@ -1,0 +1,93 @@
+#include "FrontEnd.h"
+
+#include "AccessoryCommand.h"
+#include "platform/MouseSettings.h"
+#include "platform/TextConversion.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <ostream>
+#include <string_view>
+
+namespace Tessel::Bridge::Server::Services::Kestrel {
+namespace {
+
+using CategoryHandler = void (*)(const CommandWords& words, std::wstring& result);
+
+void RunAccessory(const CommandWords& words, std::wstring& result)
+{
+    const auto mouse = Platform::CreateMouseSettings();
+    HandleAccessoryCommand(*mouse, words.function, words.value, result);
+}
+
+struct Category {
+    std::wstring_view word;
+    CategoryHandler handler; // null: not built yet, the result stays empty
+};
+
+// Compared exactly and in this order; the first match decides.
+constexpr Category kCategories[] = {
+    {L"Camera", nullptr},
+    {L"Application", nullptr},
+    {L"Accessory", &RunAccessory},
+    {L"Notification", nullptr},
+    {L"DisplayHDR", nullptr},
+    {L"DisplayPortrait", nullptr},
+};
+
+[[noreturn]] void ReportUncaughtException() noexcept
+{
+    std::string message = "ended without a result";
+    if (const std::exception_ptr error = std::current_exception()) {
+        try {
+            std::rethrow_exception(error);
+        } catch (const std::exception& e) {
+            message = e.what();
+        } catch (...) {
+            message = "an unknown exception ended the run";
+        }
+    }
+    std::fprintf(stderr, "KestrelTool: %s\n", message.c_str());
+    std::fflush(stderr);
+    // A plain exit: no core file, and no error-report dialog on Windows that
+    // would hold up the caller. 3 is also what an abort reports there.
+    std::_Exit(kAbnormalEndStatus);
+}
+
+} // namespace
+
+std::optional<CommandWords> ReadCommandWords(int argc, const char* const argv[])
+{
+    if (argc < 3) return std::nullopt;
+    CommandWords words{Platform::WideFromUtf8(argv[1]), Platform::WideFromUtf8(argv[2]), {}};
+    if (argc > 3) words.value = Platform::WideFromUtf8(argv[3]);
+    return words;
+}
+
+void DispatchCommand(const CommandWords& words, std::wstring& result)
+{
+    for (const Category& category : kCategories) {
+        if (words.category == category.word) {
+            if (category.handler != nullptr) category.handler(words, result);
+            return;
+        }
+    }
+}
+
+int RunKestrelTool(int argc, const char* const argv[], std::wostream& out)
+{
+    const std::optional<CommandWords> words = ReadCommandWords(argc, argv);
+    if (!words) return -1;
+    std::wstring result;
+    DispatchCommand(*words, result);
+    out << result << std::endl;
+    return 0;
+}
+
+void InstallTerminationReport()
+{
+    std::set_terminate(&ReportUncaughtException);
+}
+
+} // namespace Tessel::Bridge::Server::Services::Kestrel
