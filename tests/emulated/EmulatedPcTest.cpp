@@ -1,0 +1,184 @@
+#include "EmulatedTestSupport.h"
+#include "support/TempDirectory.h"
+
+#include "platform/emulated/EmulatedPc.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+using Tessel::Bridge::Platform::Emulated::EmulatedPc;
+using Tessel::Bridge::Platform::Emulated::EmulatedPcError;
+using Tessel::Bridge::Platform::Emulated::State;
+using namespace KestrelTest;
+using ::testing::HasSubstr;
+
+namespace {
+
+class EmulatedPcTest : public ::testing::Test {
+protected:
+    std::vector<std::string> FilesInDirectory() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    TempDirectory directory;
+    std::filesystem::path stateFile = directory / "pc.json";
+    EmulatedPc pc{stateFile};
+};
+
+void SetMouseSpeed(State& state, int speed)
+{
+    state["mouse"]["speed"] = speed;
+}
+
+} // namespace
+
+TEST_F(EmulatedPcTest, AMissingFileIsTheBuiltInPcAndReadingCreatesNothing)
+{
+    const State state = pc.Read();
+    EXPECT_EQ(state, EmulatedPc::BuiltInState());
+    EXPECT_EQ(pc.IntegerAt(state, "/mouse/speed"), 10);
+    EXPECT_FALSE(pc.BooleanAt(state, "/mouse/buttonsSwapped"));
+    EXPECT_TRUE(FilesInDirectory().empty());
+}
+
+TEST_F(EmulatedPcTest, AnUpdateThatChangesNothingWritesNothing)
+{
+    pc.Update([](State& state) { SetMouseSpeed(state, 10); });
+    EXPECT_FALSE(std::filesystem::exists(stateFile));
+}
+
+TEST_F(EmulatedPcTest, AChangeIsSavedAndReadBackByAnotherInstance)
+{
+    pc.Update([](State& state) { SetMouseSpeed(state, 4); });
+    const EmulatedPc other(stateFile);
+    EXPECT_EQ(other.IntegerAt(other.Read(), "/mouse/speed"), 4);
+    // The lock file stays; no temporary file is left behind.
+    EXPECT_EQ(FilesInDirectory(), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
+}
+
+TEST_F(EmulatedPcTest, MissingParentDirectoriesAreCreatedOnTheFirstChange)
+{
+    const EmulatedPc nested(directory / "a" / "b" / "pc.json");
+    nested.Update([](State& state) { SetMouseSpeed(state, 5); });
+    EXPECT_TRUE(std::filesystem::exists(directory / "a" / "b" / "pc.json"));
+}
+
+TEST_F(EmulatedPcTest, AFileWithSomeFieldsTakesTheRestFromTheBuiltInPc)
+{
+    WriteFileBytes(stateFile, R"({"mouse": {"speed": 3}})");
+    const State state = pc.Read();
+    EXPECT_EQ(pc.IntegerAt(state, "/mouse/speed"), 3);
+    EXPECT_FALSE(pc.BooleanAt(state, "/mouse/buttonsSwapped"));
+    EXPECT_EQ(pc.IntegerAt(state, "/version"), EmulatedPc::kFormatVersion);
+}
+
+TEST_F(EmulatedPcTest, FieldsThisProgramDoesNotKnowSurviveAnUpdate)
+{
+    WriteFileBytes(stateFile, R"({"version": 1, "laterArea": {"x": [1, 2]}, "mouse": {"speed": 3}})");
+    pc.Update([](State& state) { SetMouseSpeed(state, 9); });
+    const State saved = State::parse(ReadFileBytes(stateFile));
+    EXPECT_EQ(saved["laterArea"], State::parse(R"({"x": [1, 2]})"));
+    EXPECT_EQ(saved["mouse"]["speed"], 9);
+}
+
+TEST_F(EmulatedPcTest, AChangeThatThrowsSavesNothing)
+{
+    EXPECT_THROW(pc.Update([](State& state) {
+        SetMouseSpeed(state, 2);
+        throw std::runtime_error("refused");
+    }),
+                 std::runtime_error);
+    EXPECT_FALSE(std::filesystem::exists(stateFile));
+}
+
+TEST_F(EmulatedPcTest, AMalformedFileIsAnErrorNamingTheFile)
+{
+    for (const std::string& bytes : MalformedStateFiles()) {
+        WriteFileBytes(stateFile, bytes);
+        SCOPED_TRACE(bytes);
+        const std::string message = [&] {
+            try {
+                const State state = pc.Read();
+                pc.IntegerAt(state, "/mouse/speed");
+                pc.BooleanAt(state, "/mouse/buttonsSwapped");
+            } catch (const EmulatedPcError& e) {
+                return std::string(e.what());
+            }
+            return std::string("no error");
+        }();
+        EXPECT_THAT(message, HasSubstr("'" + stateFile.string() + "' is malformed"));
+    }
+}
+
+TEST_F(EmulatedPcTest, AnUnusableLocationIsAnErrorNamingIt)
+{
+    WriteFileBytes(directory / "plain-file", "x");
+    const EmulatedPc blocked(directory / "plain-file" / "pc.json");
+    try {
+        blocked.Update([](State& state) { SetMouseSpeed(state, 5); });
+        FAIL() << "no error";
+    } catch (const EmulatedPcError& e) {
+        EXPECT_THAT(e.what(), HasSubstr("plain-file"));
+    }
+}
+
+TEST_F(EmulatedPcTest, ConcurrentUpdatesLoseNothing)
+{
+    // Each update reads, changes and writes; without the lock, increments
+    // made at the same time would overwrite each other.
+    constexpr int kThreads = 8;
+    constexpr int kIncrements = 25;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([this] {
+            const EmulatedPc own(stateFile);
+            for (int i = 0; i < kIncrements; ++i) {
+                own.Update([](State& state) {
+                    const int count = state.contains("counter") ? state["counter"].get<int>() : 0;
+                    state["counter"] = count + 1;
+                });
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(pc.Read()["counter"], kThreads * kIncrements);
+    EXPECT_EQ(FilesInDirectory(), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
+}
+
+TEST(EmulatedPcLocation, TheNamedFileWinsThenTheXdgStateDirectoryThenHome)
+{
+    const ScopedEnvironment home("HOME", "/home/someone");
+    {
+        const ScopedEnvironment named("KESTREL_EMULATED_PC", "/tmp/x/pc.json");
+        const ScopedEnvironment state("XDG_STATE_HOME", "/var/state");
+        EXPECT_EQ(EmulatedPc::StateFileFromEnvironment(), "/tmp/x/pc.json");
+    }
+    {
+        const ScopedEnvironment named("KESTREL_EMULATED_PC", std::nullopt);
+        const ScopedEnvironment state("XDG_STATE_HOME", "/var/state");
+        EXPECT_EQ(EmulatedPc::StateFileFromEnvironment(), "/var/state/kestrel/emulated-pc.json");
+    }
+    {
+        // An empty name and a relative XDG directory do not count.
+        const ScopedEnvironment named("KESTREL_EMULATED_PC", "");
+        const ScopedEnvironment state("XDG_STATE_HOME", "relative/state");
+        EXPECT_EQ(EmulatedPc::StateFileFromEnvironment(), "/home/someone/.local/state/kestrel/emulated-pc.json");
+    }
+}
+
+TEST(EmulatedPcLocation, WithNothingToGoByItIsAnError)
+{
+    const ScopedEnvironment named("KESTREL_EMULATED_PC", std::nullopt);
+    const ScopedEnvironment state("XDG_STATE_HOME", std::nullopt);
+    const ScopedEnvironment home("HOME", std::nullopt);
+    EXPECT_THROW(EmulatedPc::StateFileFromEnvironment(), EmulatedPcError);
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace KestrelTest {
+
+// Sets (or with nothing, removes) an environment variable of this process
+// until the object goes.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char* name, const std::optional<std::string>& value) : name_(name)
+    {
+        if (const char* old = std::getenv(name)) old_ = old;
+        Apply(value);
+    }
+    ~ScopedEnvironment() { Apply(old_); }
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+private:
+    void Apply(const std::optional<std::string>& value)
+    {
+        if (value) {
+            ::setenv(name_.c_str(), value->c_str(), 1);
+        } else {
+            ::unsetenv(name_.c_str());
+        }
+    }
+
+    std::string name_;
+    std::optional<std::string> old_;
+};
+
+inline std::string ReadFileBytes(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+}
+
+inline void WriteFileBytes(const std::filesystem::path& path, const std::string& bytes)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << bytes;
+    ASSERT_TRUE(out.good()) << "cannot write " << path;
+}
+
+// State files that no run may use or overwrite.
+inline std::vector<std::string> MalformedStateFiles()
+{
+    return {
+        "{\"mouse\": ",                                    // cut short
+        "",                                                // empty
+        "[1, 2]",                                          // not an object
+        R"({"mouse": {"speed": "fast"}})",                 // wrong type
+        R"({"mouse": {"speed": 3000000000}})",             // beyond 32 bits
+        R"({"mouse": {"speed": 5, "buttonsSwapped": 1}})", // not a boolean
+        R"({"mouse": 5})",                                 // area is not an object
+        R"({"version": 2})",                               // a later format
+    };
+}
+
+} // namespace KestrelTest

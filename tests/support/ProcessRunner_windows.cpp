@@ -1,0 +1,158 @@
+#include "ProcessRunner.h"
+
+#include "platform/windows/UniqueHandle.h"
+
+#include <windows.h>
+
+#include <stdexcept>
+#include <thread>
+
+namespace KestrelTest {
+namespace {
+
+using Tessel::Bridge::Platform::Windows::UniqueHandle;
+
+std::wstring Widen(const std::string& utf8)
+{
+    if (utf8.empty()) return {};
+    const int length = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
+    std::wstring wide(static_cast<std::size_t>(length), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), wide.data(), length);
+    return wide;
+}
+
+// Quotes one argument so that the C runtime's command-line parser gives it back.
+std::wstring Quote(const std::wstring& argument)
+{
+    if (!argument.empty() && argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) return argument;
+    std::wstring quoted = L"\"";
+    std::size_t backslashes = 0;
+    for (const wchar_t ch : argument) {
+        if (ch == L'\\') {
+            ++backslashes;
+            continue;
+        }
+        if (ch == L'"') {
+            quoted.append(backslashes * 2 + 1, L'\\');
+        } else {
+            quoted.append(backslashes, L'\\');
+        }
+        backslashes = 0;
+        quoted.push_back(ch);
+    }
+    quoted.append(backslashes * 2, L'\\');
+    quoted.push_back(L'"');
+    return quoted;
+}
+
+[[noreturn]] void ThrowLastError(const char* what)
+{
+    throw std::runtime_error(std::string(what) + " failed with error " + std::to_string(GetLastError()));
+}
+
+void CreateInheritedPipe(UniqueHandle& readEnd, UniqueHandle& writeEnd)
+{
+    SECURITY_ATTRIBUTES inherit{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    HANDLE read = nullptr;
+    HANDLE write = nullptr;
+    if (!CreatePipe(&read, &write, &inherit, 0)) ThrowLastError("CreatePipe");
+    readEnd.Reset(read);
+    writeEnd.Reset(write);
+    // Only the child's end is inherited.
+    SetHandleInformation(readEnd.Get(), HANDLE_FLAG_INHERIT, 0);
+}
+
+void ReadAll(HANDLE from, std::string& into)
+{
+    char chunk[4096];
+    DWORD read = 0;
+    while (ReadFile(from, chunk, sizeof chunk, &read, nullptr) && read > 0) into.append(chunk, read);
+}
+
+// The environment block for CreateProcessW, or empty for the parent's own.
+std::wstring EnvironmentBlock(const std::vector<EnvironmentChange>& changes)
+{
+    if (changes.empty()) return {};
+    std::vector<std::wstring> entries;
+    const wchar_t* strings = GetEnvironmentStringsW();
+    for (const wchar_t* entry = strings; *entry != L'\0'; entry += wcslen(entry) + 1) entries.emplace_back(entry);
+    FreeEnvironmentStringsW(const_cast<wchar_t*>(strings));
+    for (const EnvironmentChange& change : changes) {
+        const std::wstring prefix = Widen(change.name) + L"=";
+        std::erase_if(entries, [&](const std::wstring& entry) {
+            return _wcsnicmp(entry.c_str(), prefix.c_str(), prefix.size()) == 0;
+        });
+        if (change.value) entries.push_back(prefix + Widen(*change.value));
+    }
+    std::wstring block;
+    for (const std::wstring& entry : entries) {
+        block += entry;
+        block.push_back(L'\0');
+    }
+    block.push_back(L'\0');
+    return block;
+}
+
+} // namespace
+
+const int kExitStatusOfMinusOne = -1;
+const std::string_view kLineEnd = "\r\n";
+
+ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                         const std::vector<EnvironmentChange>& environment)
+{
+    UniqueHandle outRead, outWrite, errRead, errWrite;
+    CreateInheritedPipe(outRead, outWrite);
+    CreateInheritedPipe(errRead, errWrite);
+    SECURITY_ATTRIBUTES inherit{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    UniqueHandle input(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING,
+                                   0, nullptr));
+
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = input.Get();
+    startup.hStdOutput = outWrite.Get();
+    startup.hStdError = errWrite.Get();
+
+    std::wstring commandLine = Quote(program.wstring());
+    for (const std::string& argument : arguments) commandLine += L" " + Quote(Widen(argument));
+    std::wstring block = EnvironmentBlock(environment);
+
+    PROCESS_INFORMATION info{};
+    if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
+                        block.empty() ? nullptr : block.data(), nullptr, &startup, &info)) {
+        ThrowLastError("CreateProcessW");
+    }
+    UniqueHandle process(info.hProcess);
+    UniqueHandle thread(info.hThread);
+    outWrite.Reset();
+    errWrite.Reset();
+
+    ProcessResult result;
+    std::thread errReader([&] { ReadAll(errRead.Get(), result.err); });
+    ReadAll(outRead.Get(), result.out);
+    errReader.join();
+
+    WaitForSingleObject(process.Get(), INFINITE);
+    DWORD code = 0;
+    if (!GetExitCodeProcess(process.Get(), &code)) ThrowLastError("GetExitCodeProcess");
+    result.exitStatus = static_cast<int>(code);
+    return result;
+}
+
+std::filesystem::path BuiltProgram(std::string_view name)
+{
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (length < path.size()) {
+            path.resize(length);
+            break;
+        }
+        path.resize(path.size() * 2);
+    }
+    return std::filesystem::path(path).parent_path() / (Widen(std::string(name)) + L".exe");
+}
+
+} // namespace KestrelTest
