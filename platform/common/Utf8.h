@@ -10,7 +10,9 @@ namespace Tessel::Bridge::Platform::Utf8 {
 inline constexpr char32_t kReplacementCharacter = U'\uFFFD';
 
 // Decodes bytes; each maximal ill-formed subsequence becomes one U+FFFD
-// (Unicode's recommended practice, the one Windows' converter follows).
+// (Unicode's recommended practice). Valid text decodes as Windows' converter
+// decodes it; for some ill-formed input converters differ in how many U+FFFD
+// they give.
 std::wstring Decode(std::string_view bytes);
 
 // Encodes wide text; an unpaired surrogate or a value beyond U+10FFFF is
