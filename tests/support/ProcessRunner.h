@@ -23,7 +23,8 @@ struct EnvironmentChange {
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                          const std::vector<EnvironmentChange>& environment = {});
 
-// A program of the build, found beside the running test program.
+// A program of the build: in KESTREL_PROGRAM_DIR when that is set, else
+// beside the running test program.
 std::filesystem::path BuiltProgram(std::string_view name);
 
 // What a parent sees when main returns -1 (255 on POSIX, -1 on Windows).

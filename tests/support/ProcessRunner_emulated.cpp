@@ -1,6 +1,7 @@
 #include "ProcessRunner.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <stdexcept>
@@ -137,6 +138,9 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
 
 std::filesystem::path BuiltProgram(std::string_view name)
 {
+    if (const char* directory = std::getenv("KESTREL_PROGRAM_DIR"); directory != nullptr && *directory != '\0') {
+        return std::filesystem::path(directory) / name;
+    }
     return std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
 }
 

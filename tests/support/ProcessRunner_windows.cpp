@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -143,6 +144,10 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
 
 std::filesystem::path BuiltProgram(std::string_view name)
 {
+    const std::wstring program = Widen(std::string(name)) + L".exe";
+    if (const wchar_t* directory = _wgetenv(L"KESTREL_PROGRAM_DIR"); directory != nullptr && *directory != L'\0') {
+        return std::filesystem::path(directory) / program;
+    }
     std::wstring path(MAX_PATH, L'\0');
     for (;;) {
         const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
@@ -152,7 +157,7 @@ std::filesystem::path BuiltProgram(std::string_view name)
         }
         path.resize(path.size() * 2);
     }
-    return std::filesystem::path(path).parent_path() / (Widen(std::string(name)) + L".exe");
+    return std::filesystem::path(path).parent_path() / program;
 }
 
 } // namespace KestrelTest
