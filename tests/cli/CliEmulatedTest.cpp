@@ -70,12 +70,6 @@ TEST_F(EmulatedPcCli, ReadingAFreshPcWritesNoFile)
     EXPECT_FALSE(std::filesystem::exists(stateFile));
 }
 
-TEST_F(EmulatedPcCli, ASwapIsSavedInTheStateFile)
-{
-    EXPECT_EQ(Output({"Accessory", "SwapMouseButton"}), "1\n");
-    EXPECT_EQ(SavedState()["mouse"]["buttonsSwapped"], true);
-}
-
 TEST_F(EmulatedPcCli, CategoriesNotBuiltYetPrintAnEmptyLine)
 {
     for (const char* category : {"Camera", "Application", "Notification", "DisplayHDR", "DisplayPortrait"}) {

@@ -36,18 +36,6 @@ TEST_F(EmulatedMouse, SpeedsOneToTwentyAreKeptAndOthersRefusedWithoutAWrite)
     }
 }
 
-TEST_F(EmulatedMouse, SwapStateIsPersistedAndTheCallAnswersThePreviousState)
-{
-    const auto mouse = CreateMouseSettings();
-    EXPECT_EQ(mouse->GetSwapState(), 0);
-    EXPECT_FALSE(mouse->SetSwapState(false)); // already so: nothing to write
-    EXPECT_FALSE(std::filesystem::exists(stateFile));
-    EXPECT_FALSE(mouse->SetSwapState(true));
-    EXPECT_EQ(CreateMouseSettings()->GetSwapState(), 1);
-    EXPECT_TRUE(mouse->SetSwapState(false));
-    EXPECT_EQ(CreateMouseSettings()->GetSwapState(), 0);
-}
-
 TEST_F(EmulatedMouse, AMalformedStateFileIsNeverOverwritten)
 {
     using Tessel::Bridge::Platform::Emulated::EmulatedPcError;

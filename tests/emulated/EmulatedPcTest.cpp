@@ -56,22 +56,6 @@ TEST_F(EmulatedPcTest, AnUpdateThatChangesNothingWritesNothing)
     EXPECT_FALSE(std::filesystem::exists(stateFile));
 }
 
-TEST_F(EmulatedPcTest, AChangeIsSavedAndReadBackByAnotherInstance)
-{
-    pc.Update([](State& state) { SetMouseSpeed(state, 4); });
-    const EmulatedPc other(stateFile);
-    EXPECT_EQ(other.IntegerAt(other.Read(), "/mouse/speed"), 4);
-    // The lock file stays; no temporary file is left behind.
-    EXPECT_EQ(FilesInDirectory(), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
-}
-
-TEST_F(EmulatedPcTest, MissingParentDirectoriesAreCreatedOnTheFirstChange)
-{
-    const EmulatedPc nested(directory / "a" / "b" / "pc.json");
-    nested.Update([](State& state) { SetMouseSpeed(state, 5); });
-    EXPECT_TRUE(std::filesystem::exists(directory / "a" / "b" / "pc.json"));
-}
-
 TEST_F(EmulatedPcTest, AFileWithSomeFieldsTakesTheRestFromTheBuiltInPc)
 {
     WriteFileBytes(stateFile, R"({"mouse": {"speed": 3}})");

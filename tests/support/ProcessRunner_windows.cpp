@@ -4,7 +4,6 @@
 
 #include <windows.h>
 
-#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -145,7 +144,11 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
 std::filesystem::path BuiltProgram(std::string_view name)
 {
     const std::wstring program = Widen(std::string(name)) + L".exe";
-    if (const wchar_t* directory = _wgetenv(L"KESTREL_PROGRAM_DIR"); directory != nullptr && *directory != L'\0') {
+    std::wstring directory(MAX_PATH, L'\0');
+    const DWORD named =
+        GetEnvironmentVariableW(L"KESTREL_PROGRAM_DIR", directory.data(), static_cast<DWORD>(directory.size()));
+    if (named > 0 && named < directory.size()) {
+        directory.resize(named);
         return std::filesystem::path(directory) / program;
     }
     std::wstring path(MAX_PATH, L'\0');

@@ -11,12 +11,14 @@ inline std::wstring FromCodePoints(std::u32string_view codePoints)
 {
     std::wstring text;
     for (const char32_t cp : codePoints) {
-        if (sizeof(wchar_t) == 2 && cp >= 0x10000) {
-            text.push_back(static_cast<wchar_t>(0xD800 + ((cp - 0x10000) >> 10)));
-            text.push_back(static_cast<wchar_t>(0xDC00 + ((cp - 0x10000) & 0x3FF)));
-        } else {
-            text.push_back(static_cast<wchar_t>(cp));
+        if constexpr (sizeof(wchar_t) == 2) {
+            if (cp >= 0x10000) {
+                text.push_back(static_cast<wchar_t>(0xD800 + ((cp - 0x10000) >> 10)));
+                text.push_back(static_cast<wchar_t>(0xDC00 + ((cp - 0x10000) & 0x3FF)));
+                continue;
+            }
         }
+        text.push_back(static_cast<wchar_t>(cp));
     }
     return text;
 }
