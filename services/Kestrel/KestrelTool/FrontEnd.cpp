@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 #include <ostream>
+#include <string>
 #include <string_view>
 
 namespace Tessel::Bridge::Server::Services::Kestrel {
