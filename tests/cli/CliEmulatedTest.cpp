@@ -125,12 +125,7 @@ TEST_F(EmulatedPcCli, ConcurrentRunsAllSucceedAndNeverSeeAHalfWrittenFile)
     }
     EXPECT_EQ(Output({"Accessory", "GetMouseSpeed"}), "3\n");
     EXPECT_EQ(Output({"Accessory", "GetMouseSwapStatus"}), "1\n");
-    std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
-        files.push_back(entry.path().filename().string());
-    }
-    std::sort(files.begin(), files.end());
-    EXPECT_EQ(files, (std::vector<std::string>{"pc.json", "pc.json.lock"}));
+    EXPECT_EQ(FileNamesIn(directory.Path()), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
 }
 
 TEST(CommandLineBytes, InvalidUtf8BecomesReplacementCharacters)

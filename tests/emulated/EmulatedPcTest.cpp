@@ -19,16 +19,6 @@ namespace {
 
 class EmulatedPcTest : public ::testing::Test {
 protected:
-    std::vector<std::string> FilesInDirectory() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
     TempDirectory directory;
     std::filesystem::path stateFile = directory / "pc.json";
     EmulatedPc pc{stateFile};
@@ -47,7 +37,7 @@ TEST_F(EmulatedPcTest, AMissingFileIsTheBuiltInPcAndReadingCreatesNothing)
     EXPECT_EQ(state, EmulatedPc::BuiltInState());
     EXPECT_EQ(pc.IntegerAt(state, "/mouse/speed"), 10);
     EXPECT_FALSE(pc.BooleanAt(state, "/mouse/buttonsSwapped"));
-    EXPECT_TRUE(FilesInDirectory().empty());
+    EXPECT_TRUE(FileNamesIn(directory.Path()).empty());
 }
 
 TEST_F(EmulatedPcTest, AnUpdateThatChangesNothingWritesNothing)
@@ -135,7 +125,7 @@ TEST_F(EmulatedPcTest, ConcurrentUpdatesLoseNothing)
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(pc.Read()["counter"], kThreads * kIncrements);
-    EXPECT_EQ(FilesInDirectory(), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
+    EXPECT_EQ(FileNamesIn(directory.Path()), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
 }
 
 TEST(EmulatedPcLocation, TheNamedFileWinsThenTheXdgStateDirectoryThenHome)
