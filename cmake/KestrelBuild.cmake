@@ -13,6 +13,13 @@ function(kestrel_warnings target)
     endif()
 endfunction()
 
+# Sanitized builds: the first report ends the program, and stacks stay readable.
+if(KESTREL_SANITIZERS)
+    list(JOIN KESTREL_SANITIZERS "," _kestrel_sanitizers)
+    add_compile_options(-fsanitize=${_kestrel_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${_kestrel_sanitizers})
+endif()
+
 if(WIN32)
     # Wide Windows API, Windows 10 and later.
     add_library(kestrel_windows_api INTERFACE)

@@ -142,12 +142,21 @@ State EmulatedPc::Read() const
     const std::optional<std::string> bytes = ReadWholeFile(stateFile_);
     if (!bytes) return state;
 
+    // Copying, comparing and writing a document recurse once per level, so a
+    // deeply nested file would overflow the stack; no real PC needs the depth.
+    bool tooDeep = false;
+    const auto limitDepth = [&tooDeep](int depth, State::parse_event_t, State&) {
+        if (depth > kMaxNesting) tooDeep = true;
+        return !tooDeep;
+    };
     State stored;
     try {
-        stored = State::parse(*bytes);
-    } catch (const State::parse_error& e) {
+        stored = State::parse(*bytes, limitDepth);
+    } catch (const State::exception& e) {
+        // parse_error, and also out_of_range for a number no JSON type holds.
         ThrowMalformed(e.what());
     }
+    if (tooDeep) ThrowMalformed("it nests deeper than " + std::to_string(kMaxNesting) + " levels");
     if (!stored.is_object()) ThrowMalformed("the top level is not a JSON object");
     state.merge_patch(stored);
     if (IntegerAt(state, "/version") != kFormatVersion) {

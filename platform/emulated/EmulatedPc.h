@@ -26,6 +26,8 @@ public:
 class EmulatedPc {
 public:
     static constexpr int kFormatVersion = 1;
+    // Objects and arrays nest at most this deep in a state file.
+    static constexpr int kMaxNesting = 64;
 
     explicit EmulatedPc(std::filesystem::path stateFile);
 

@@ -1,15 +1,30 @@
 #include "FreshPc.h"
 
+#include <windows.h>
+
 namespace KestrelTest {
 
-// The prefix is made fresh for each test run; the tests that change the
-// mouse put it back as they found it.
-struct FreshPc::Storage {};
+// The prefix is made fresh for each test run and shared by its tests, which
+// run in this prefix too: the buttons are read and put back directly.
+struct FreshPc::Storage {
+    bool swapped = GetSystemMetrics(SM_SWAPBUTTON) != 0;
+};
 
-FreshPc::FreshPc() = default;
-FreshPc::~FreshPc() = default;
+FreshPc::FreshPc() : storage_(std::make_unique<Storage>()) {}
+
+FreshPc::~FreshPc()
+{
+    SwapMouseButton(storage_->swapped ? TRUE : FALSE);
+}
 
 std::vector<EnvironmentChange> FreshPc::Environment() const
+{
+    return {};
+}
+
+void FreshPc::SetStoredState(const std::string&) {}
+
+std::string FreshPc::StoredState() const
 {
     return {};
 }

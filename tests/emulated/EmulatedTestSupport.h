@@ -11,34 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include "support/ScopedEnvironment.h"
+
 namespace KestrelTest {
-
-// Sets (or with nothing, removes) an environment variable of this process
-// until the object goes.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const std::optional<std::string>& value) : name_(name)
-    {
-        if (const char* old = std::getenv(name)) old_ = old;
-        Apply(value);
-    }
-    ~ScopedEnvironment() { Apply(old_); }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    void Apply(const std::optional<std::string>& value)
-    {
-        if (value) {
-            ::setenv(name_.c_str(), value->c_str(), 1);
-        } else {
-            ::unsetenv(name_.c_str());
-        }
-    }
-
-    std::string name_;
-    std::optional<std::string> old_;
-};
 
 inline std::string ReadFileBytes(const std::filesystem::path& path)
 {
@@ -78,6 +53,8 @@ inline std::vector<std::string> MalformedStateFiles()
         R"({"mouse": {"speed": 5, "buttonsSwapped": 1}})", // not a boolean
         R"({"mouse": 5})",                                 // area is not an object
         R"({"version": 2})",                               // a later format
+        R"({"other": 1e999})",                             // a number no JSON type holds
+        "{\"other\": " + std::string(100000, '[') + std::string(100000, ']') + "}", // too deep for the stack
     };
 }
 

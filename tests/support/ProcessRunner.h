@@ -23,6 +23,9 @@ struct EnvironmentChange {
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                          const std::vector<EnvironmentChange>& environment = {});
 
+// Sets (or with nothing, removes) a variable of this process's own environment.
+void SetOwnEnvironment(const EnvironmentChange& change);
+
 // A program of the build: in KESTREL_PROGRAM_DIR when that is set, else
 // beside the running test program.
 std::filesystem::path BuiltProgram(std::string_view name);

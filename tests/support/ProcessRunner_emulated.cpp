@@ -136,6 +136,15 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     return result;
 }
 
+void SetOwnEnvironment(const EnvironmentChange& change)
+{
+    if (change.value) {
+        ::setenv(change.name.c_str(), change.value->c_str(), 1);
+    } else {
+        ::unsetenv(change.name.c_str());
+    }
+}
+
 std::filesystem::path BuiltProgram(std::string_view name)
 {
     if (const char* directory = std::getenv("KESTREL_PROGRAM_DIR"); directory != nullptr && *directory != '\0') {

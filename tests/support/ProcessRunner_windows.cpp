@@ -141,6 +141,12 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     return result;
 }
 
+void SetOwnEnvironment(const EnvironmentChange& change)
+{
+    // An empty value removes the variable.
+    _putenv_s(change.name.c_str(), change.value ? change.value->c_str() : "");
+}
+
 std::filesystem::path BuiltProgram(std::string_view name)
 {
     const std::wstring program = Widen(std::string(name)) + L".exe";

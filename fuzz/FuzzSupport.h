@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <unistd.h>
+
+namespace KestrelFuzz {
+
+// A broken property is a finding: say which, and let libFuzzer keep the input.
+inline void Require(bool holds, const char* property)
+{
+    if (!holds) {
+        std::fprintf(stderr, "property violated: %s\n", property);
+        std::abort();
+    }
+}
+
+// A state file of this fuzzing process's own, on tmpfs where there is one so
+// that the store's fsync costs nothing.
+inline std::filesystem::path ScratchStateFile()
+{
+    const std::filesystem::path shm = "/dev/shm";
+    const std::filesystem::path base = std::filesystem::is_directory(shm) ? shm : std::filesystem::temp_directory_path();
+    const std::filesystem::path directory = base / ("kestrel-fuzz-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(directory);
+    return directory / "pc.json";
+}
+
+} // namespace KestrelFuzz

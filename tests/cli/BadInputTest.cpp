@@ -1,0 +1,217 @@
+// Every built function fed bad input: the documented output, error text and
+// exit status, and stored state that a refused or aborted run leaves as it was.
+// A function is one row of kFunctions; the bad values are kBadValues.
+#include "FreshPc.h"
+#include "support/ScopedEnvironment.h"
+
+#include "FrontEnd.h"
+#include "platform/common/Utf8.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <exception>
+#include <optional>
+#include <sstream>
+
+using namespace KestrelTest;
+using Tessel::Bridge::Server::Services::Kestrel::kAbnormalEndStatus;
+
+namespace {
+
+enum class ValueUse {
+    Ignored, // the value word makes no difference
+    Number,  // read by the standard string-to-int conversion
+};
+
+// Wine does not keep some settings faithfully: such a function's accepted
+// values are run on the host only, its refusals everywhere.
+enum class UnderWine { Everything, RefusalsOnly };
+
+struct FunctionRow {
+    const char* category;
+    const char* function;
+    ValueUse value;
+    UnderWine wine = UnderWine::Everything;
+};
+
+const FunctionRow kFunctions[] = {
+    {"Accessory", "GetMouseSpeed", ValueUse::Ignored},
+    {"Accessory", "SetMouseSpeed", ValueUse::Number, UnderWine::RefusalsOnly},
+    {"Accessory", "SwapMouseButton", ValueUse::Ignored},
+    {"Accessory", "GetMouseSwapStatus", ValueUse::Ignored},
+    {"Accessory", "SetMouseLeftHanded", ValueUse::Number},
+};
+
+void PrintTo(const FunctionRow& row, std::ostream* os)
+{
+    *os << row.category << ' ' << row.function;
+}
+
+// A bad value and what the conversion makes of it: the plain number it stands
+// for, or the message of the error that ends the run.
+struct BadValue {
+    const char* label;
+    std::optional<std::string> word; // nothing: the value word is absent
+    std::optional<std::string> number;
+    const char* error = nullptr;
+};
+
+constexpr const char* kInvalid = "invalid stoi argument";
+constexpr const char* kOutOfRange = "stoi argument out of range";
+
+const BadValue kBadValues[] = {
+    {"empty", "", std::nullopt, kInvalid},
+    {"absent", std::nullopt, std::nullopt, kInvalid},
+    {"letters", "abc", std::nullopt, kInvalid},
+    {"leading blank", " 7", "7"},
+    {"plus sign", "+9", "9"},
+    {"trailing letters", "5abc", "5"},
+    {"one past INT_MAX", "2147483648", std::nullopt, kOutOfRange},
+    {"one past INT_MIN", "-2147483649", std::nullopt, kOutOfRange},
+    {"hexadecimal", "0x10", "0"},
+    {"ill-formed UTF-8", "\xC3(", std::nullopt, kInvalid},
+    {"ill-formed UTF-8 before digits", "\xFF" "7", std::nullopt, kInvalid},
+};
+
+// A state file that any rewrite would change: unusual layout, an unknown field.
+constexpr const char* kStoredState =
+    R"({"mouse":{"buttonsSwapped":true,"speed":13},"kept":[1,"two"]})";
+
+struct Outcome {
+    std::string out;
+    std::string err;
+    int exitStatus = 0;
+    std::string stored;
+
+    bool operator==(const Outcome&) const = default;
+};
+
+void PrintTo(const Outcome& o, std::ostream* os)
+{
+    *os << "{out " << ::testing::PrintToString(o.out) << ", err " << ::testing::PrintToString(o.err) << ", status "
+        << o.exitStatus << ", stored " << ::testing::PrintToString(o.stored) << "}";
+}
+
+std::vector<std::string> Words(const FunctionRow& row, const std::optional<std::string>& value)
+{
+    std::vector<std::string> words{row.category, row.function};
+    if (value) words.push_back(*value);
+    return words;
+}
+
+// One run as a process on a PC that starts from kStoredState.
+Outcome RunOnFreshPc(const std::vector<std::string>& words)
+{
+    FreshPc pc;
+    pc.SetStoredState(kStoredState);
+    const ProcessResult result = RunProcess(BuiltProgram("KestrelTool"), words, pc.Environment());
+    return {result.out, result.err, result.exitStatus, pc.StoredState()};
+}
+
+// What a fresh PC stores before any run.
+std::string Untouched()
+{
+    FreshPc pc;
+    pc.SetStoredState(kStoredState);
+    return pc.StoredState();
+}
+
+// What a run that ends with the error looks like.
+Outcome AbnormalEnd(const char* message)
+{
+    return {"", std::string("KestrelTool: ") + message + std::string(kLineEnd), kAbnormalEndStatus, Untouched()};
+}
+
+Outcome EmptyLine()
+{
+    return {std::string(kLineEnd), "", 0, Untouched()};
+}
+
+// A run inside this process, for words longer than a command line may be.
+Outcome RunInProcess(const std::vector<std::string>& words)
+{
+    FreshPc pc;
+    pc.SetStoredState(kStoredState);
+    std::vector<std::unique_ptr<ScopedEnvironment>> variables;
+    for (const EnvironmentChange& change : pc.Environment()) {
+        variables.push_back(std::make_unique<ScopedEnvironment>(change));
+    }
+    std::vector<const char*> argv{"KestrelTool"};
+    for (const std::string& word : words) argv.push_back(word.c_str());
+    std::wostringstream out;
+    Outcome outcome;
+    try {
+        outcome.exitStatus = Tessel::Bridge::Server::Services::Kestrel::RunKestrelTool(
+            static_cast<int>(argv.size()), argv.data(), out);
+        outcome.out = Tessel::Bridge::Platform::Utf8::Encode(out.str());
+    } catch (const std::exception& e) {
+        outcome.err = std::string("KestrelTool: ") + e.what();
+        outcome.exitStatus = kAbnormalEndStatus;
+    }
+    outcome.stored = pc.StoredState();
+    return outcome;
+}
+
+std::string Cased(std::string word, int (*change)(int))
+{
+    std::transform(word.begin(), word.end(), word.begin(),
+                   [change](char ch) { return static_cast<char>(change(static_cast<unsigned char>(ch))); });
+    return word;
+}
+
+class BadInput : public ::testing::TestWithParam<FunctionRow> {};
+
+} // namespace
+
+TEST_P(BadInput, WordsInAnotherLetterCaseMatchNothing)
+{
+    const FunctionRow& row = GetParam();
+    for (int (*change)(int) : {&::tolower, &::toupper}) {
+        const std::string category = Cased(row.category, change);
+        const std::string function = Cased(row.function, change);
+        if (category != row.category) {
+            EXPECT_EQ(RunOnFreshPc({category, row.function, "1"}), EmptyLine());
+        }
+        if (function != row.function) {
+            EXPECT_EQ(RunOnFreshPc({row.category, function, "1"}), EmptyLine());
+        }
+    }
+}
+
+TEST_P(BadInput, EachBadValueEndsTheRunOrActsAsThePlainNumber)
+{
+    const FunctionRow& row = GetParam();
+    const Outcome withoutValue = RunOnFreshPc(Words(row, std::nullopt));
+    for (const BadValue& bad : kBadValues) {
+        SCOPED_TRACE(bad.label);
+        if (row.value == ValueUse::Ignored) {
+            EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), withoutValue);
+        } else if (bad.error != nullptr) {
+            EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), AbnormalEnd(bad.error));
+        } else if (row.wine == UnderWine::Everything || kLineEnd == "\n") {
+            EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), RunOnFreshPc(Words(row, bad.number)));
+        }
+    }
+}
+
+TEST_P(BadInput, AMebibyteWordIsReadWhole)
+{
+    const FunctionRow& row = GetParam();
+    const std::string digits(1 << 20, '7');
+    const Outcome outcome = RunInProcess(Words(row, digits));
+    if (row.value == ValueUse::Ignored) {
+        EXPECT_EQ(outcome, RunInProcess(Words(row, std::nullopt)));
+    } else {
+        EXPECT_EQ(outcome.err, std::string("KestrelTool: ") + kOutOfRange);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.stored, Untouched());
+    }
+    EXPECT_EQ(RunInProcess({std::string(1 << 20, 'A'), row.function}).out, "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryFunction, BadInput, ::testing::ValuesIn(kFunctions),
+                         [](const ::testing::TestParamInfo<FunctionRow>& row) {
+                             return std::string(row.param.category) + "_" + row.param.function;
+                         });
