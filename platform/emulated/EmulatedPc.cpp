@@ -1,5 +1,7 @@
 #include "platform/emulated/EmulatedPc.h"
 
+#include "platform/emulated/EmulatedCameras.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -125,6 +127,7 @@ State EmulatedPc::BuiltInState()
     return State{
         {"version", kFormatVersion},
         {"mouse", {{"speed", 10}, {"buttonsSwapped", false}}},
+        {"cameras", BuiltInCameras()},
     };
 }
 

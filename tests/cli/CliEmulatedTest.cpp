@@ -72,7 +72,7 @@ TEST_F(EmulatedPcCli, ReadingAFreshPcWritesNoFile)
 
 TEST_F(EmulatedPcCli, CategoriesNotBuiltYetPrintAnEmptyLine)
 {
-    for (const char* category : {"Camera", "Application", "Notification", "DisplayHDR", "DisplayPortrait"}) {
+    for (const char* category : {"Application", "Notification", "DisplayHDR", "DisplayPortrait"}) {
         EXPECT_EQ(Output({category, "GetZoom"}), "\n") << category;
     }
 }

@@ -1,6 +1,9 @@
 #include "FrontEnd.h"
 
 #include "AccessoryCommand.h"
+#include "CameraCommand.h"
+#include "platform/CameraDefaults.h"
+#include "platform/CameraRuntime.h"
 #include "platform/MouseSettings.h"
 #include "platform/TextConversion.h"
 
@@ -22,6 +25,13 @@ void RunAccessory(const CommandWords& words, std::wstring& result)
     HandleAccessoryCommand(*mouse, words.function, words.value, result);
 }
 
+void RunCamera(const CommandWords& words, std::wstring& result)
+{
+    // Created on first use, kept for the process, closed and destroyed at exit.
+    static CameraSession session(Platform::CreateCameraRuntime(), Platform::CreateCameraDefaultsPlatform());
+    HandleCameraCommand(session, words.function, words.value, result);
+}
+
 struct Category {
     std::wstring_view word;
     CategoryHandler handler; // null: not built yet, the result stays empty
@@ -29,7 +39,7 @@ struct Category {
 
 // Compared exactly and in this order; the first match decides.
 constexpr Category kCategories[] = {
-    {L"Camera", nullptr},
+    {L"Camera", &RunCamera},
     {L"Application", nullptr},
     {L"Accessory", &RunAccessory},
     {L"Notification", nullptr},
