@@ -56,11 +56,11 @@ public:
         Malformed(field + " is not one of the known names");
     }
 
-    double Number(const State& object, const char* name, double limit) const
+    double Number(const State& object, const char* section, const char* name, double limit) const
     {
         const State& value = Get(object, name);
         if (!value.is_number() || !std::isfinite(value.get<double>()) || std::fabs(value.get<double>()) > limit) {
-            Malformed(std::string(name) + " is not a number in range");
+            Malformed(std::string(section) + "/" + name + " is not a number in range");
         }
         return value.get<double>();
     }
@@ -180,15 +180,15 @@ EmulatedCamera ReadCamera(const EmulatedPc& pc, const State& stored, const std::
     const State& zoom = reader.Field("zoom", Type::object, "an object");
     if (!Get(zoom, "supported").is_boolean()) reader.Malformed("zoom/supported is not true or false");
     result.zoomSupported = Get(zoom, "supported").get<bool>();
-    result.zoom = {static_cast<float>(reader.Number(zoom, "min", FLT_MAX)),
-                   static_cast<float>(reader.Number(zoom, "max", FLT_MAX)),
-                   static_cast<float>(reader.Number(zoom, "value", FLT_MAX))};
+    result.zoom = {static_cast<float>(reader.Number(zoom, "zoom", "min", FLT_MAX)),
+                   static_cast<float>(reader.Number(zoom, "zoom", "max", FLT_MAX)),
+                   static_cast<float>(reader.Number(zoom, "zoom", "value", FLT_MAX))};
 
     const State& brightness = reader.Field("brightness", Type::object, "an object");
     if (!Get(brightness, "supported").is_boolean()) reader.Malformed("brightness/supported is not true or false");
-    result.brightness = {Get(brightness, "supported").get<bool>(), reader.Number(brightness, "min", DBL_MAX),
-                         reader.Number(brightness, "max", DBL_MAX)};
-    result.brightnessValue = reader.Number(brightness, "value", DBL_MAX);
+    result.brightness = {Get(brightness, "supported").get<bool>(), reader.Number(brightness, "brightness", "min", DBL_MAX),
+                         reader.Number(brightness, "brightness", "max", DBL_MAX)};
+    result.brightnessValue = reader.Number(brightness, "brightness", "value", DBL_MAX);
 
     for (const auto& [number, status] : reader.Field("properties", Type::object, "an object").items()) {
         result.properties[number] =

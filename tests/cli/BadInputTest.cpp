@@ -37,6 +37,18 @@ struct FunctionRow {
 };
 
 const FunctionRow kFunctions[] = {
+    {"Camera", "IsZoomSupported", ValueUse::Ignored},
+    {"Camera", "GetZoom", ValueUse::Ignored},
+    {"Camera", "SetZoom", ValueUse::Number},
+    {"Camera", "IsBlurSupported", ValueUse::Ignored},
+    {"Camera", "GetBlurOnOff", ValueUse::Ignored},
+    {"Camera", "SetBlurOnOff", ValueUse::Number},
+    {"Camera", "IsAutoFrameSupported", ValueUse::Ignored},
+    {"Camera", "GetAutoFrameOnOff", ValueUse::Ignored},
+    {"Camera", "SetAutoFrameOnOff", ValueUse::Number},
+    {"Camera", "GetBrightness", ValueUse::Ignored},
+    {"Camera", "SetBrightness", ValueUse::Number},
+    {"Camera", "IsCameraSupported", ValueUse::Ignored},
     {"Accessory", "GetMouseSpeed", ValueUse::Ignored},
     {"Accessory", "SetMouseSpeed", ValueUse::Number, UnderWine::RefusalsOnly},
     {"Accessory", "SwapMouseButton", ValueUse::Ignored},
