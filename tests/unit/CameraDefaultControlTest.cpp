@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 
 using namespace Tessel::Bridge::Server::Services::Kestrel;
@@ -138,7 +139,10 @@ HResult CodeOf(const std::function<void()>& action)
     try {
         action();
     } catch (const ResultException& e) {
-        EXPECT_THAT(e.what(), ::testing::MatchesRegex("CameraDefaultControl\\([0-9]+\\): 0x[0-9A-F]{8}"));
+        char hex[16];
+        std::snprintf(hex, sizeof hex, "): 0x%08X", static_cast<unsigned>(e.Code()));
+        EXPECT_THAT(e.what(),
+                    ::testing::AllOf(::testing::StartsWith("CameraDefaultControl("), ::testing::EndsWith(hex)));
         return e.Code();
     }
     return 0;

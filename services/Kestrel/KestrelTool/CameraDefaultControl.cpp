@@ -294,6 +294,7 @@ bool DefaultController::GetDefaultValue(std::int32_t& value)
 void DefaultController::SetDefaultValue(const std::int32_t* value)
 {
     if (!strategy_) CAMERA_THROW(Platform::kUnexpected);
+    if (value == nullptr) CAMERA_THROW(Platform::kInvalidArgument);
     const std::shared_ptr<Platform::ICameraControlDefaultsCollection> collection = manager_->LoadDefaults();
     const std::shared_ptr<Platform::ICameraControlDefaults> entry =
         strategy_->GetOrAddDefault(collection, controlSet_, controlId_);
