@@ -37,10 +37,10 @@ struct ControlCapabilities {
 // Status of a device property read (VideoDeviceControllerGetDevicePropertyStatus).
 enum class DevicePropertyStatus : std::int32_t {
     Success = 0,
-    DeviceNotAvailable = 1,
-    UnknownFailure = 2,
+    UnknownFailure = 1,
+    BufferTooSmall = 2,
     NotSupported = 3,
-    BufferTooSmall = 4,
+    DeviceNotAvailable = 4,
     MaxPropertyValueSizeTooSmall = 5,
     MaxPropertyValueSizeRequired = 6,
 };

@@ -11,11 +11,12 @@ namespace Tessel::Bridge::Platform::Emulated {
 namespace {
 
 constexpr std::array<const char*, 7> kPanelNames{"unknown", "front", "back", "top", "bottom", "left", "right"};
+// Named in the order of their values.
 constexpr std::array<const char*, 7> kStatusNames{"Success",
-                                                  "DeviceNotAvailable",
                                                   "UnknownFailure",
-                                                  "NotSupported",
                                                   "BufferTooSmall",
+                                                  "NotSupported",
+                                                  "DeviceNotAvailable",
                                                   "MaxPropertyValueSizeTooSmall",
                                                   "MaxPropertyValueSizeRequired"};
 // Larger payloads are no camera's.
