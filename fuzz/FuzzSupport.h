@@ -3,8 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 
+#include <stdlib.h>
 #include <unistd.h>
 
 namespace KestrelFuzz {
@@ -27,6 +30,26 @@ inline std::filesystem::path ScratchStateFile()
     const std::filesystem::path directory = base / ("kestrel-fuzz-" + std::to_string(::getpid()));
     std::filesystem::create_directories(directory);
     return directory / "pc.json";
+}
+
+// The scratch state file, named to the program through KESTREL_EMULATED_PC.
+inline const std::filesystem::path& EmulatedPcStateFile()
+{
+    static const std::filesystem::path file = [] {
+        const std::filesystem::path path = ScratchStateFile();
+        std::filesystem::remove(path);
+        ::setenv("KESTREL_EMULATED_PC", path.c_str(), 1);
+        return path;
+    }();
+    return file;
+}
+
+inline std::string FileBytes(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
 }
 
 } // namespace KestrelFuzz

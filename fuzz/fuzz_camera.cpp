@@ -21,24 +21,6 @@ using Platform::Emulated::EmulatedPcError;
 
 namespace {
 
-const std::filesystem::path& StateFile()
-{
-    static const std::filesystem::path file = [] {
-        const std::filesystem::path path = KestrelFuzz::ScratchStateFile();
-        ::setenv("KESTREL_EMULATED_PC", path.c_str(), 1);
-        return path;
-    }();
-    return file;
-}
-
-std::string FileBytes()
-{
-    std::ifstream in(StateFile(), std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
-
 // Input: state file bytes, a zero byte, the function word, a zero byte, the value.
 std::string Part(const char*& at, const char* end)
 {
@@ -53,13 +35,14 @@ std::string Part(const char*& at, const char* end)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
+    const std::filesystem::path& stateFile = KestrelFuzz::EmulatedPcStateFile();
     const char* at = reinterpret_cast<const char*>(data);
     const char* end = at + size;
     const std::string state = Part(at, end);
     const std::string function = Part(at, end);
     const std::string value = Part(at, end);
     {
-        std::ofstream out(StateFile(), std::ios::binary | std::ios::trunc);
+        std::ofstream out(stateFile, std::ios::binary | std::ios::trunc);
         out << state;
     }
     try {
@@ -71,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(result.find(L'\n') == std::wstring::npos, "a result is one line");
     } catch (const EmulatedPcError& e) {
         Require(std::string(e.what()).find("is malformed") != std::string::npos, "only the malformed-file error");
-        Require(FileBytes() == state, "a malformed file is left byte-identical");
+        Require(KestrelFuzz::FileBytes(stateFile) == state, "a malformed file is left byte-identical");
         return 0;
     } catch (const Platform::ResultException&) {
         // A platform failure or an empty zoom range: the documented abnormal end.
@@ -81,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(std::strcmp(e.what(), "stoi argument out of range") == 0, "the out-of-range message");
     }
     try {
-        EmulatedPc(StateFile()).Read();
+        EmulatedPc(stateFile).Read();
     } catch (const std::exception& e) {
         std::fprintf(stderr, "%s\n", e.what());
         Require(false, "the state file stays readable");

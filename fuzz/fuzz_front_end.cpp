@@ -21,17 +21,6 @@ using Tessel::Bridge::Server::Services::Kestrel::RunKestrelTool;
 
 namespace {
 
-const std::filesystem::path& StateFile()
-{
-    static const std::filesystem::path file = [] {
-        const std::filesystem::path path = KestrelFuzz::ScratchStateFile();
-        std::filesystem::remove(path);
-        ::setenv("KESTREL_EMULATED_PC", path.c_str(), 1);
-        return path;
-    }();
-    return file;
-}
-
 bool IsDocumentedEnd(const std::exception& e)
 {
     const std::string message = e.what();
@@ -44,7 +33,7 @@ bool IsDocumentedEnd(const std::exception& e)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const std::filesystem::path& stateFile = StateFile();
+    const std::filesystem::path& stateFile = KestrelFuzz::EmulatedPcStateFile();
     std::vector<std::string> words{"KestrelTool"};
     const char* begin = reinterpret_cast<const char*>(data);
     const char* end = begin + size;

@@ -17,36 +17,15 @@ using Tessel::Bridge::Platform::Emulated::EmulatedPc;
 using Tessel::Bridge::Platform::Emulated::EmulatedPcError;
 using Tessel::Bridge::Platform::Emulated::State;
 
-namespace {
-
-const std::filesystem::path& StateFile()
-{
-    static const std::filesystem::path file = [] {
-        const std::filesystem::path path = KestrelFuzz::ScratchStateFile();
-        ::setenv("KESTREL_EMULATED_PC", path.c_str(), 1);
-        return path;
-    }();
-    return file;
-}
-
-std::string FileBytes()
-{
-    std::ifstream in(StateFile(), std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
+    const std::filesystem::path& stateFile = KestrelFuzz::EmulatedPcStateFile();
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     {
-        std::ofstream out(StateFile(), std::ios::binary | std::ios::trunc);
+        std::ofstream out(stateFile, std::ios::binary | std::ios::trunc);
         out << bytes;
     }
-    const EmulatedPc pc(StateFile());
+    const EmulatedPc pc(stateFile);
     State before;
     try {
         before = pc.Read();
@@ -58,10 +37,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         before["mouse"]["speed"] = newSpeed;
     } catch (const EmulatedPcError& e) {
         Require(std::string(e.what()).find("is malformed") != std::string::npos, "the malformed-file error");
-        Require(FileBytes() == bytes, "a malformed file is left byte-identical");
+        Require(KestrelFuzz::FileBytes(stateFile) == bytes, "a malformed file is left byte-identical");
         return 0;
     }
-    const std::string written = FileBytes();
+    const std::string written = KestrelFuzz::FileBytes(stateFile);
     Require(State::accept(written), "the written file is JSON");
     Require(pc.Read() == before, "the written file reads back as the state meant");
     return 0;

@@ -70,6 +70,22 @@ void Store(void* buffer, std::size_t offset, T value)
     std::memcpy(static_cast<unsigned char*>(buffer) + offset, &value, sizeof value);
 }
 
+// A default's buffers while it is locked.
+struct LockedBuffers {
+    void* control = nullptr;
+    std::uint32_t controlSize = 0;
+    void* data = nullptr;
+    std::uint32_t dataSize = 0;
+};
+
+LockedBuffers Lock(Platform::ICameraControlDefaults& entry)
+{
+    LockedBuffers buffers;
+    CAMERA_THROW_IF_FAILED(entry.LockControlData(&buffers.control, &buffers.controlSize, &buffers.data,
+                                                 &buffers.dataSize));
+    return buffers;
+}
+
 void RequireSizes(std::uint32_t controlSize, std::uint32_t controlMinimum, std::uint32_t dataSize,
                   std::uint32_t dataMinimum)
 {
@@ -271,11 +287,7 @@ bool DefaultController::GetDefaultValue(std::int32_t& value)
         std::shared_ptr<Platform::ICameraControlDefaults> entry;
         CAMERA_THROW_IF_FAILED(collection->GetControl(index, entry));
         if (!entry) CAMERA_THROW(Platform::kUnexpected);
-        void* control = nullptr;
-        void* data = nullptr;
-        std::uint32_t controlSize = 0;
-        std::uint32_t dataSize = 0;
-        CAMERA_THROW_IF_FAILED(entry->LockControlData(&control, &controlSize, &data, &dataSize));
+        const auto [control, controlSize, data, dataSize] = Lock(*entry);
         // An entry too small for a property header is passed over still
         // locked: that is how the platform's own readers behave.
         if (controlSize < kPropertyHeaderSize) continue;
@@ -299,11 +311,7 @@ void DefaultController::SetDefaultValue(const std::int32_t* value)
     const std::shared_ptr<Platform::ICameraControlDefaults> entry =
         strategy_->GetOrAddDefault(collection, controlSet_, controlId_);
     if (!entry) CAMERA_THROW(Platform::kUnexpected);
-    void* control = nullptr;
-    void* data = nullptr;
-    std::uint32_t controlSize = 0;
-    std::uint32_t dataSize = 0;
-    CAMERA_THROW_IF_FAILED(entry->LockControlData(&control, &controlSize, &data, &dataSize));
+    const auto [control, controlSize, data, dataSize] = Lock(*entry);
     if (control == nullptr || data == nullptr) CAMERA_THROW(Platform::kOutOfMemory);
     try {
         strategy_->WriteValue(control, controlSize, data, dataSize, *value);
