@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -50,6 +51,18 @@ inline std::string FileBytes(const std::filesystem::path& path)
     std::ostringstream bytes;
     bytes << in.rdbuf();
     return bytes.str();
+}
+
+// Whatever a run did, the state file must still read as a PC.
+template <typename Pc>
+void RequireReadable(const std::filesystem::path& stateFile)
+{
+    try {
+        Pc(stateFile).Read();
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        Require(false, "the state file stays whole and readable");
+    }
 }
 
 } // namespace KestrelFuzz

@@ -63,11 +63,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } catch (const std::out_of_range& e) {
         Require(std::strcmp(e.what(), "stoi argument out of range") == 0, "the out-of-range message");
     }
-    try {
-        EmulatedPc(stateFile).Read();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-        Require(false, "the state file stays readable");
-    }
+    KestrelFuzz::RequireReadable<EmulatedPc>(stateFile);
     return 0;
 }

@@ -61,11 +61,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(IsDocumentedEnd(e), "only the documented errors end a run");
         Require(out.str().empty(), "an abnormal end prints no result");
     }
-    try {
-        EmulatedPc(stateFile).Read();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-        Require(false, "the state file stays whole and valid");
-    }
+    KestrelFuzz::RequireReadable<EmulatedPc>(stateFile);
     return 0;
 }

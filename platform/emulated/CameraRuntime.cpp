@@ -13,20 +13,21 @@ using Emulated::EmulatedPc;
 constexpr HResult kObjectClosed = ToHResult(0x80000013); // RO_E_CLOSED
 constexpr std::wstring_view kExtendedPropertyPrefix = L"{1CB79112-C0D2-4213-9CA6-CD4FDB927972}, ";
 
-// The opened camera; its live values are read from the PC at each query.
+// The opened camera. Its live values are those it had when it was opened; only
+// its saved defaults change during a run.
 class EmulatedCapture final : public ICameraCapture {
 public:
-    EmulatedCapture(EmulatedPc pc, std::wstring id) : pc_(std::move(pc)), id_(std::move(id)) {}
+    explicit EmulatedCapture(EmulatedCamera camera) : camera_(std::move(camera)) {}
 
-    std::wstring VideoDeviceId() override { return Camera().id; }
-    bool IsZoomSupported() override { return Camera().zoomSupported; }
-    ZoomRange GetZoomRange() override { return Camera().zoom; }
-    ControlCapabilities GetBrightnessCapabilities() override { return Camera().brightness; }
-    double TryGetBrightnessValue() override { return Camera().brightnessValue; }
+    std::wstring VideoDeviceId() override { return Open().id; }
+    bool IsZoomSupported() override { return Open().zoomSupported; }
+    ZoomRange GetZoomRange() override { return Open().zoom; }
+    ControlCapabilities GetBrightnessCapabilities() override { return Open().brightness; }
+    double TryGetBrightnessValue() override { return Open().brightnessValue; }
 
     DevicePropertyStatus GetDevicePropertyStatus(const std::wstring& propertyId) override
     {
-        const EmulatedCamera camera = Camera();
+        const EmulatedCamera& camera = Open();
         if (propertyId.starts_with(kExtendedPropertyPrefix)) {
             const std::wstring number = propertyId.substr(kExtendedPropertyPrefix.size());
             const auto found = camera.properties.find(std::string(number.begin(), number.end()));
@@ -37,23 +38,18 @@ public:
 
     void Close() override
     {
-        if (closed_) RUNTIME_THROW(kObjectClosed);
+        Open();
         closed_ = true;
     }
 
 private:
-    EmulatedCamera Camera()
+    const EmulatedCamera& Open() const
     {
         if (closed_) RUNTIME_THROW(kObjectClosed);
-        for (EmulatedCamera& camera : Emulated::ReadCameras(pc_, pc_.Read())) {
-            if (camera.id == id_) return std::move(camera);
-        }
-        // The camera was taken away while open.
-        RUNTIME_THROW(kNotFound);
+        return camera_;
     }
 
-    EmulatedPc pc_;
-    std::wstring id_;
+    EmulatedCamera camera_;
     bool closed_ = false;
 };
 
@@ -71,12 +67,12 @@ public:
 
     std::shared_ptr<ICameraCapture> OpenForVideo(const std::wstring& deviceId) override
     {
-        EmulatedPc pc = EmulatedPc::FromEnvironment();
-        for (const EmulatedCamera& camera : Emulated::ReadCameras(pc, pc.Read())) {
+        const EmulatedPc pc = EmulatedPc::FromEnvironment();
+        for (EmulatedCamera& camera : Emulated::ReadCameras(pc, pc.Read())) {
             if (camera.id != deviceId) continue;
             // What the platform answers when the camera may not be used.
             if (!camera.canOpen) RUNTIME_THROW(kAccessDenied);
-            return std::make_shared<EmulatedCapture>(std::move(pc), camera.id);
+            return std::make_shared<EmulatedCapture>(std::move(camera));
         }
         RUNTIME_THROW(kNotFound);
     }
