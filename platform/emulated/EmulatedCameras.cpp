@@ -22,22 +22,13 @@ constexpr std::array<const char*, 7> kStatusNames{"Success",
 // Larger payloads are no camera's.
 constexpr std::size_t kMaxPayload = 4096;
 
-// A member, or null when absent (a null in the file removes the built-in one).
-const State& Get(const State& object, const char* name)
-{
-    static const State kAbsent;
-    if (!object.is_object()) return kAbsent;
-    const auto found = object.find(name);
-    return found != object.end() ? *found : kAbsent;
-}
-
 class CameraReader {
 public:
     CameraReader(const EmulatedPc& pc, const State& camera, std::string at) : pc_(pc), camera_(camera), at_(std::move(at)) {}
 
     const State& Field(const char* name, State::value_t type, const char* what) const
     {
-        const State& value = Get(camera_, name);
+        const State& value = Member(camera_, name);
         if (value.type() != type && !(type == State::value_t::number_float && value.is_number())) {
             Malformed(std::string(name) + " is not " + what);
         }
@@ -59,7 +50,7 @@ public:
 
     double Number(const State& object, const char* section, const char* name, double limit) const
     {
-        const State& value = Get(object, name);
+        const State& value = Member(object, name);
         if (!value.is_number() || !std::isfinite(value.get<double>()) || std::fabs(value.get<double>()) > limit) {
             Malformed(std::string(section) + "/" + name + " is not a number in range");
         }
@@ -68,7 +59,7 @@ public:
 
     std::uint32_t Unsigned(const State& object, const char* name) const
     {
-        const State& value = Get(object, name);
+        const State& value = Member(object, name);
         if (!value.is_number_integer() || value.get<std::int64_t>() < 0 || value.get<std::int64_t>() > 0xFFFFFFFFLL) {
             Malformed(std::string(name) + " is not a 32-bit unsigned integer");
         }
@@ -152,12 +143,12 @@ DefaultEntry ReadEntry(const CameraReader& reader, const State& entry, const std
     result.id = reader.Unsigned(entry, "id");
     result.streamId = reader.Unsigned(entry, "streamId");
     const std::optional<Guid> set =
-        Get(entry, "set").is_string() ? ParseGuid(Get(entry, "set").get<std::string>()) : std::nullopt;
+        Member(entry, "set").is_string() ? ParseGuid(Member(entry, "set").get<std::string>()) : std::nullopt;
     if (!set) reader.Malformed(at + "/set is not a GUID in braces");
     result.set = *set;
     for (const char* name : {"control", "data"}) {
         const std::optional<std::vector<unsigned char>> bytes =
-            Get(entry, name).is_string() ? FromHex(Get(entry, name).get<std::string>()) : std::nullopt;
+            Member(entry, name).is_string() ? FromHex(Member(entry, name).get<std::string>()) : std::nullopt;
         if (!bytes) reader.Malformed(at + "/" + name + " is not hexadecimal bytes (at most 4096)");
         (std::string(name) == "control" ? result.control : result.data) = *bytes;
     }
@@ -174,20 +165,20 @@ EmulatedCamera ReadCamera(const EmulatedPc& pc, const State& stored, const std::
 
     EmulatedCamera result;
     result.id = Utf8::Decode(reader.Field("id", Type::string, "a text").get<std::string>());
-    const State& panel = Get(camera, "panel");
+    const State& panel = Member(camera, "panel");
     if (!panel.is_null()) result.panel = static_cast<Panel>(reader.NameIndex(panel, kPanelNames, "panel"));
     result.canOpen = reader.Field("canOpen", Type::boolean, "true or false").get<bool>();
 
     const State& zoom = reader.Field("zoom", Type::object, "an object");
-    if (!Get(zoom, "supported").is_boolean()) reader.Malformed("zoom/supported is not true or false");
-    result.zoomSupported = Get(zoom, "supported").get<bool>();
+    if (!Member(zoom, "supported").is_boolean()) reader.Malformed("zoom/supported is not true or false");
+    result.zoomSupported = Member(zoom, "supported").get<bool>();
     result.zoom = {static_cast<float>(reader.Number(zoom, "zoom", "min", FLT_MAX)),
                    static_cast<float>(reader.Number(zoom, "zoom", "max", FLT_MAX)),
                    static_cast<float>(reader.Number(zoom, "zoom", "value", FLT_MAX))};
 
     const State& brightness = reader.Field("brightness", Type::object, "an object");
-    if (!Get(brightness, "supported").is_boolean()) reader.Malformed("brightness/supported is not true or false");
-    result.brightness = {Get(brightness, "supported").get<bool>(), reader.Number(brightness, "brightness", "min", DBL_MAX),
+    if (!Member(brightness, "supported").is_boolean()) reader.Malformed("brightness/supported is not true or false");
+    result.brightness = {Member(brightness, "supported").get<bool>(), reader.Number(brightness, "brightness", "min", DBL_MAX),
                          reader.Number(brightness, "brightness", "max", DBL_MAX)};
     result.brightnessValue = reader.Number(brightness, "brightness", "value", DBL_MAX);
 
@@ -220,7 +211,7 @@ State BuiltInCameras()
 
 std::vector<EmulatedCamera> ReadCameras(const EmulatedPc& pc, const State& state)
 {
-    const State& cameras = Get(state, "cameras");
+    const State& cameras = Member(state, "cameras");
     if (!cameras.is_array()) pc.ThrowMalformed("/cameras is not an array");
     std::vector<EmulatedCamera> result;
     for (std::size_t i = 0; i < cameras.size(); ++i) {

@@ -1,6 +1,7 @@
 #include "platform/emulated/EmulatedPc.h"
 
 #include "platform/emulated/EmulatedCameras.h"
+#include "platform/emulated/EmulatedDisplays.h"
 
 #include <cerrno>
 #include <climits>
@@ -128,6 +129,8 @@ State EmulatedPc::BuiltInState()
         {"version", kFormatVersion},
         {"mouse", {{"speed", 10}, {"buttonsSwapped", false}}},
         {"cameras", BuiltInCameras()},
+        {"displays", BuiltInDisplays()},
+        {"portraitDisplays", BuiltInPortraitDisplays()},
     };
 }
 
@@ -234,6 +237,14 @@ int EmulatedPc::IntegerAt(const State& state, const char* pointer) const
     }
     if (!fits) ThrowMalformed(std::string(pointer) + " is not a 32-bit integer");
     return value.get<int>();
+}
+
+const State& Member(const State& object, const char* name)
+{
+    static const State kAbsent;
+    if (!object.is_object()) return kAbsent;
+    const auto found = object.find(name);
+    return found != object.end() ? *found : kAbsent;
 }
 
 bool EmulatedPc::BooleanAt(const State& state, const char* pointer) const

@@ -60,4 +60,8 @@ private:
     std::filesystem::path stateFile_;
 };
 
+// A member of an object, or null when absent (a null in the file removes the
+// built-in member) or when object is not an object.
+const State& Member(const State& object, const char* name);
+
 } // namespace Tessel::Bridge::Platform::Emulated

@@ -2,9 +2,13 @@
 
 #include "AccessoryCommand.h"
 #include "CameraCommand.h"
+#include "DisplayHdrCommand.h"
+#include "DisplayPortraitCommand.h"
 #include "platform/CameraDefaults.h"
 #include "platform/CameraRuntime.h"
+#include "platform/DisplayConfiguration.h"
 #include "platform/MouseSettings.h"
+#include "platform/PortraitDisplays.h"
 #include "platform/TextConversion.h"
 
 #include <cstdio>
@@ -32,6 +36,19 @@ void RunCamera(const CommandWords& words, std::wstring& result)
     HandleCameraCommand(session, words.function, words.value, result);
 }
 
+void RunDisplayHdr(const CommandWords& words, std::wstring& result)
+{
+    const auto display = Platform::CreateDisplayConfiguration();
+    HandleDisplayHdrCommand(*display, words.function, words.value, result);
+}
+
+void RunDisplayPortrait(const CommandWords& words, std::wstring& result)
+{
+    // Created on first use and never destroyed: the plug-in stays loaded.
+    static PortraitDisplayPlugin& plugin = *new PortraitDisplayPlugin(Platform::CreatePortraitPlatform());
+    HandleDisplayPortraitCommand(plugin, words.function, words.value, result);
+}
+
 struct Category {
     std::wstring_view word;
     CategoryHandler handler; // null: not built yet, the result stays empty
@@ -43,8 +60,8 @@ constexpr Category kCategories[] = {
     {L"Application", nullptr},
     {L"Accessory", &RunAccessory},
     {L"Notification", nullptr},
-    {L"DisplayHDR", nullptr},
-    {L"DisplayPortrait", nullptr},
+    {L"DisplayHDR", &RunDisplayHdr},
+    {L"DisplayPortrait", &RunDisplayPortrait},
 };
 
 [[noreturn]] void ReportUncaughtException() noexcept
