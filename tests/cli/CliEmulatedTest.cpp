@@ -1,7 +1,5 @@
 // Host only: the emulated PC's state across runs, its file, and concurrent runs.
-#include "emulated/EmulatedTestSupport.h"
-#include "support/ProcessRunner.h"
-#include "support/TempDirectory.h"
+#include "EmulatedPcCli.h"
 
 #include "FrontEnd.h"
 
@@ -16,30 +14,6 @@ using namespace KestrelTest;
 using Tessel::Bridge::Server::Services::Kestrel::kAbnormalEndStatus;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
-
-namespace {
-
-class EmulatedPcCli : public ::testing::Test {
-protected:
-    ProcessResult Run(const std::vector<std::string>& words) const
-    {
-        return RunProcess(BuiltProgram("KestrelTool"), words, {{"KESTREL_EMULATED_PC", stateFile.string()}});
-    }
-
-    std::string Output(const std::vector<std::string>& words) const
-    {
-        const ProcessResult result = Run(words);
-        EXPECT_EQ(result.exitStatus, 0) << ::testing::PrintToString(words) << result.err;
-        return result.out;
-    }
-
-    nlohmann::json SavedState() const { return nlohmann::json::parse(ReadFileBytes(stateFile)); }
-
-    TempDirectory directory;
-    std::filesystem::path stateFile = directory / "pc.json";
-};
-
-} // namespace
 
 TEST_F(EmulatedPcCli, ASpeedSetInOneRunIsReadByTheNext)
 {
@@ -70,9 +44,9 @@ TEST_F(EmulatedPcCli, ReadingAFreshPcWritesNoFile)
     EXPECT_FALSE(std::filesystem::exists(stateFile));
 }
 
-TEST_F(EmulatedPcCli, CategoriesNotBuiltYetPrintAnEmptyLine)
+TEST_F(EmulatedPcCli, AnUnknownFunctionPrintsAnEmptyLine)
 {
-    for (const char* category : {"Application", "Notification", "DisplayHDR", "DisplayPortrait"}) {
+    for (const char* category : {"Application", "Notification", "DisplayHDR"}) {
         EXPECT_EQ(Output({category, "GetZoom"}), "\n") << category;
     }
 }
@@ -137,7 +111,6 @@ TEST(CommandLineBytes, InvalidUtf8BecomesReplacementCharacters)
 namespace {
 
 using Json = nlohmann::json;
-using Runs = std::vector<std::pair<std::vector<std::string>, std::string>>;
 
 // Little-endian 32-bit words as the hexadecimal text of a saved payload.
 std::string HexWords(std::initializer_list<std::uint32_t> words, const char* prefix = "")
@@ -175,12 +148,7 @@ Json SavedBrightness(std::int32_t raw)
 
 class CameraCli : public EmulatedPcCli {
 protected:
-    void UseCameras(const Json& cameras) { WriteFileBytes(stateFile, Json{{"cameras", cameras}}.dump()); }
-
-    void ExpectResults(const Runs& runs)
-    {
-        for (const auto& [words, line] : runs) EXPECT_EQ(Output(words), line + "\n") << ::testing::PrintToString(words);
-    }
+    void UseCameras(const Json& cameras) { UseState({{"cameras", cameras}}); }
 
     Json SavedDefaultsOf(std::size_t camera) { return SavedState()["cameras"][camera]["defaults"]; }
 };

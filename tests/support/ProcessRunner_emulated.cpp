@@ -80,7 +80,8 @@ const int kExitStatusOfMinusOne = 255;
 const std::string_view kLineEnd = "\n";
 
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                         const std::vector<EnvironmentChange>& environment)
+                         const std::vector<EnvironmentChange>& environment,
+                         const std::filesystem::path& workingDirectory)
 {
     Pipe out;
     Pipe err;
@@ -88,6 +89,7 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     posix_spawn_file_actions_addopen(&spawn.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&spawn.actions, out.write, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&spawn.actions, err.write, STDERR_FILENO);
+    if (!workingDirectory.empty()) posix_spawn_file_actions_addchdir_np(&spawn.actions, workingDirectory.c_str());
 
     const std::string path = program.string();
     std::vector<char*> argv{const_cast<char*>(path.c_str())};

@@ -99,7 +99,8 @@ const int kExitStatusOfMinusOne = -1;
 const std::string_view kLineEnd = "\r\n";
 
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                         const std::vector<EnvironmentChange>& environment)
+                         const std::vector<EnvironmentChange>& environment,
+                         const std::filesystem::path& workingDirectory)
 {
     UniqueHandle outRead, outWrite, errRead, errWrite;
     CreateInheritedPipe(outRead, outWrite);
@@ -121,7 +122,8 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
 
     PROCESS_INFORMATION info{};
     if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
-                        block.empty() ? nullptr : block.data(), nullptr, &startup, &info)) {
+                        block.empty() ? nullptr : block.data(),
+                        workingDirectory.empty() ? nullptr : workingDirectory.c_str(), &startup, &info)) {
         ThrowLastError("CreateProcessW");
     }
     UniqueHandle process(info.hProcess);
