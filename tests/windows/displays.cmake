@@ -1,0 +1,30 @@
+# The display vendor's stand-ins KestrelTool's DisplayPortrait category is run
+# against: its plug-in, and its service program at versions 4.9 and 5.0. The
+# tests copy them where a real installation would put them.
+set(testbed "${CMAKE_BINARY_DIR}/bin/testbed")
+add_library(kestrel_portrait_panel_plugin MODULE windows/testbed/PortraitPanelPlugin.cpp windows/testbed/PortraitPanelPlugin.def)
+set_target_properties(kestrel_portrait_panel_plugin PROPERTIES PREFIX "" OUTPUT_NAME TesselVNT LIBRARY_OUTPUT_DIRECTORY "${testbed}")
+target_include_directories(kestrel_portrait_panel_plugin PRIVATE "${PROJECT_SOURCE_DIR}")
+target_link_libraries(kestrel_portrait_panel_plugin PRIVATE kestrel_windows_api)
+target_link_options(kestrel_portrait_panel_plugin PRIVATE -static)
+kestrel_warnings(kestrel_portrait_panel_plugin)
+
+foreach(version 4.9 5.0)
+    string(REPLACE "." ";" parts ${version})
+    list(GET parts 0 major)
+    list(GET parts 1 minor)
+    set(target kestrel_vendor_service_${major}_${minor})
+    add_executable(${target} windows/testbed/VendorService.cpp windows/testbed/VendorService.rc)
+    set_target_properties(${target} PROPERTIES OUTPUT_NAME Vantor-${version} RUNTIME_OUTPUT_DIRECTORY "${testbed}")
+    target_compile_definitions(${target} PRIVATE VENDOR_MAJOR=${major} VENDOR_MINOR=${minor})
+    target_link_options(${target} PRIVATE -static)
+    add_dependencies(kestrel_cli_tests ${target})
+endforeach()
+
+target_sources(kestrel_cli_tests PRIVATE windows/DisplayCliWineTest.cpp)
+add_dependencies(kestrel_cli_tests kestrel_portrait_panel_plugin)
+set_property(TEST kestrel_cli_tests APPEND PROPERTY ENVIRONMENT "KESTREL_TEST_BEDS=Z:${testbed}")
+if(KESTREL_LIBCXX_PROGRAMS)
+    cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY
+                   ENVIRONMENT "KESTREL_TEST_BEDS=Z:${testbed}")
+endif()
