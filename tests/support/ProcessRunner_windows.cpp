@@ -121,10 +121,15 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     std::wstring block = EnvironmentBlock(environment);
 
     PROCESS_INFORMATION info{};
-    if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
-                        block.empty() ? nullptr : block.data(),
-                        workingDirectory.empty() ? nullptr : workingDirectory.c_str(), &startup, &info)) {
-        ThrowLastError("CreateProcessW");
+    // Wine now and then fails a start with ERROR_INTERNAL_ERROR; a second try starts it.
+    for (int attempt = 1;; ++attempt) {
+        if (CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
+                           block.empty() ? nullptr : block.data(),
+                           workingDirectory.empty() ? nullptr : workingDirectory.c_str(), &startup, &info)) {
+            break;
+        }
+        if (GetLastError() != ERROR_INTERNAL_ERROR || attempt == 3) ThrowLastError("CreateProcessW");
+        Sleep(100);
     }
     UniqueHandle process(info.hProcess);
     UniqueHandle thread(info.hThread);
