@@ -2,6 +2,7 @@
 
 #include "platform/emulated/EmulatedCameras.h"
 #include "platform/emulated/EmulatedDisplays.h"
+#include "platform/emulated/EmulatedRegistryAndServices.h"
 
 #include <cerrno>
 #include <climits>
@@ -38,6 +39,7 @@ public:
     // Closes now and reports whether the close succeeded (it can report a
     // delayed write error).
     bool Close() noexcept { return ::close(std::exchange(fd_, -1)) == 0; }
+    int Release() noexcept { return std::exchange(fd_, -1); }
     void Reset() noexcept
     {
         if (fd_ >= 0) ::close(std::exchange(fd_, -1));
@@ -131,6 +133,8 @@ State EmulatedPc::BuiltInState()
         {"cameras", BuiltInCameras()},
         {"displays", BuiltInDisplays()},
         {"portraitDisplays", BuiltInPortraitDisplays()},
+        {"registry", BuiltInRegistry()},
+        {"services", BuiltInServices()},
     };
 }
 
@@ -172,7 +176,14 @@ State EmulatedPc::Read() const
     return state;
 }
 
-void EmulatedPc::Update(const std::function<void(State& state)>& change) const
+EmulatedPc::Lock::Lock(Lock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+EmulatedPc::Lock::~Lock()
+{
+    UniqueFd closing(fd_);
+}
+
+EmulatedPc::Lock EmulatedPc::TakeLock() const
 {
     const std::filesystem::path directory = stateFile_.parent_path();
     if (!directory.empty()) {
@@ -186,14 +197,19 @@ void EmulatedPc::Update(const std::function<void(State& state)>& change) const
     while (::flock(lock.Get(), LOCK_EX) != 0) {
         if (errno != EINTR) ThrowIo("lock", lockFile, errno);
     }
+    return Lock(lock.Release());
+}
 
+void EmulatedPc::Update(const std::function<void(State& state)>& change) const
+{
+    const Lock lock = TakeLock();
     const State before = Read();
     State after = before;
     change(after);
-    if (after != before) WriteAtomically(after);
+    if (after != before) Write(after);
 }
 
-void EmulatedPc::WriteAtomically(const State& state) const
+void EmulatedPc::Write(const State& state) const
 {
     const std::string bytes = state.dump(2) + "\n";
 

@@ -48,6 +48,23 @@ public:
     // the result if it differs. An exception from change saves nothing.
     void Update(const std::function<void(State& state)>& change) const;
 
+    // The PC's exclusive lock, held for as long as the object lives.
+    class Lock {
+    public:
+        Lock(Lock&& other) noexcept;
+        Lock& operator=(Lock&&) = delete;
+        ~Lock();
+
+    private:
+        friend class EmulatedPc;
+        explicit Lock(int fd) noexcept : fd_(fd) {}
+        int fd_;
+    };
+    // Waits for the lock; for runs that change the PC in several steps.
+    Lock TakeLock() const;
+    // Replaces the state file atomically; take the lock first.
+    void Write(const State& state) const;
+
     // Typed field access; a missing or mistyped field is a malformed file.
     int IntegerAt(const State& state, const char* pointer) const;
     bool BooleanAt(const State& state, const char* pointer) const;
@@ -55,8 +72,6 @@ public:
     [[noreturn]] void ThrowMalformed(const std::string& what) const;
 
 private:
-    void WriteAtomically(const State& state) const;
-
     std::filesystem::path stateFile_;
 };
 

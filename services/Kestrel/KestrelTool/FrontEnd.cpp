@@ -4,11 +4,13 @@
 #include "CameraCommand.h"
 #include "DisplayHdrCommand.h"
 #include "DisplayPortraitCommand.h"
+#include "NotificationCommand.h"
 #include "platform/CameraDefaults.h"
 #include "platform/CameraRuntime.h"
 #include "platform/DisplayConfiguration.h"
 #include "platform/MouseSettings.h"
 #include "platform/PortraitDisplays.h"
+#include "platform/RegistryAndServices.h"
 #include "platform/TextConversion.h"
 
 #include <cstdio>
@@ -36,6 +38,13 @@ void RunCamera(const CommandWords& words, std::wstring& result)
     HandleCameraCommand(session, words.function, words.value, result);
 }
 
+void RunNotification(const CommandWords& words, std::wstring& result)
+{
+    const auto system = Platform::CreateRegistryAndServices();
+    HandleNotificationCommand(*system, *system, *system, words.function, words.value, result);
+    system->SaveChanges();
+}
+
 void RunDisplayHdr(const CommandWords& words, std::wstring& result)
 {
     const auto display = Platform::CreateDisplayConfiguration();
@@ -59,7 +68,7 @@ constexpr Category kCategories[] = {
     {L"Camera", &RunCamera},
     {L"Application", nullptr},
     {L"Accessory", &RunAccessory},
-    {L"Notification", nullptr},
+    {L"Notification", &RunNotification},
     {L"DisplayHDR", &RunDisplayHdr},
     {L"DisplayPortrait", &RunDisplayPortrait},
 };
