@@ -61,7 +61,7 @@ public:
                                    std::vector<ServiceEntry>& services) = 0;
 
     // Null when there is no such service or it may not be opened so.
-    virtual std::unique_ptr<IService> OpenService(const std::wstring& name, std::uint32_t access) = 0;
+    virtual std::unique_ptr<IService> OpenNamedService(const std::wstring& name, std::uint32_t access) = 0;
 };
 
 class IServiceManager {

@@ -328,7 +328,7 @@ public:
         return bytesNeeded == 0;
     }
 
-    std::unique_ptr<IService> OpenService(const std::wstring& name, std::uint32_t) override
+    std::unique_ptr<IService> OpenNamedService(const std::wstring& name, std::uint32_t) override
     {
         const State& list = session_.Services();
         for (std::size_t i = 0; i < list.size(); ++i) {

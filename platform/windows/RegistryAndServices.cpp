@@ -103,7 +103,7 @@ public:
         return listed != FALSE;
     }
 
-    std::unique_ptr<IService> OpenService(const std::wstring& name, std::uint32_t access) override
+    std::unique_ptr<IService> OpenNamedService(const std::wstring& name, std::uint32_t access) override
     {
         UniqueServiceHandle service(OpenServiceW(manager_.Get(), name.c_str(), access));
         if (!service) return nullptr;

@@ -101,7 +101,7 @@ bool RestartServiceByName(Platform::IServiceManager& services, Platform::IPause&
     }
     if (match == nullptr) return false;
 
-    const auto service = manager->OpenService(match->name, kServiceAccess);
+    const auto service = manager->OpenNamedService(match->name, kServiceAccess);
     std::uint32_t state = 0;
     if (!service || !service->QueryState(state)) return false;
     // Only a running service is stopped; a pending one is left to finish.
