@@ -55,6 +55,8 @@ const FunctionRow kFunctions[] = {
     {"Accessory", "SwapMouseButton", ValueUse::Ignored},
     {"Accessory", "GetMouseSwapStatus", ValueUse::Ignored},
     {"Accessory", "SetMouseLeftHanded", ValueUse::Number},
+    {"Notification", "GetToastOnOff", ValueUse::Ignored},
+    {"Notification", "SetToastOnOff", ValueUse::Number},
     {"DisplayHDR", "IsHDRSupported", ValueUse::Ignored},
     {"DisplayHDR", "GetHDROnOff", ValueUse::Ignored},
     {"DisplayHDR", "SetHDROnOff", ValueUse::Number},
