@@ -1,6 +1,6 @@
-# The display vendor's stand-ins KestrelTool's DisplayPortrait category is run
-# against: its plug-in, and its service program at versions 4.9 and 5.0. The
-# tests copy them where a real installation would put them.
+# Stand-ins the command-line tests install in the prefix: the display vendor's
+# plug-in and its service program at versions 4.9 and 5.0 (copied where a real
+# installation puts them), and a push-notification service program.
 set(testbed "${CMAKE_BINARY_DIR}/bin/testbed")
 add_library(kestrel_portrait_panel_plugin MODULE windows/testbed/PortraitPanelPlugin.cpp windows/testbed/PortraitPanelPlugin.def)
 set_target_properties(kestrel_portrait_panel_plugin PROPERTIES PREFIX "" OUTPUT_NAME TesselVNT LIBRARY_OUTPUT_DIRECTORY "${testbed}")
@@ -28,3 +28,14 @@ if(KESTREL_LIBCXX_PROGRAMS)
     cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY
                    ENVIRONMENT "KESTREL_TEST_BEDS=Z:${testbed}")
 endif()
+
+# The push-notification service stand-in, registered by the Notification tests.
+add_executable(kestrel_push_notification_service windows/testbed/PushNotificationService.cpp)
+set_target_properties(kestrel_push_notification_service PROPERTIES
+    OUTPUT_NAME PushNotificationService RUNTIME_OUTPUT_DIRECTORY "${testbed}")
+target_link_libraries(kestrel_push_notification_service PRIVATE kestrel_windows_api)
+target_link_options(kestrel_push_notification_service PRIVATE -static -municode)
+kestrel_warnings(kestrel_push_notification_service)
+target_sources(kestrel_cli_tests PRIVATE windows/NotificationCliWineTest.cpp)
+target_link_libraries(kestrel_cli_tests PRIVATE advapi32)
+add_dependencies(kestrel_cli_tests kestrel_push_notification_service)
