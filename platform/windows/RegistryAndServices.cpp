@@ -7,24 +7,8 @@
 namespace Tessel::Bridge::Platform {
 namespace {
 
-using Windows::UniqueResource;
-
-struct RegistryKeyTraits {
-    using Type = HKEY;
-    static Type Empty() noexcept { return nullptr; }
-    static bool IsValid(Type key) noexcept { return key != nullptr; }
-    static void Close(Type key) noexcept { RegCloseKey(key); }
-};
-
-struct ServiceHandleTraits {
-    using Type = SC_HANDLE;
-    static Type Empty() noexcept { return nullptr; }
-    static bool IsValid(Type handle) noexcept { return handle != nullptr; }
-    static void Close(Type handle) noexcept { CloseServiceHandle(handle); }
-};
-
-using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
-using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
+using Windows::UniqueRegistryKey;
+using Windows::UniqueServiceHandle;
 
 class Win32RegistryKey final : public IRegistryKey {
 public:

@@ -57,4 +57,23 @@ struct KernelHandleTraits {
 
 using UniqueHandle = UniqueResource<KernelHandleTraits>;
 
+struct RegistryKeyTraits {
+    using Type = HKEY;
+    static Type Empty() noexcept { return nullptr; }
+    static bool IsValid(Type key) noexcept { return key != nullptr; }
+    static void Close(Type key) noexcept { ::RegCloseKey(key); }
+};
+
+using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
+
+// A service control manager or a service.
+struct ServiceHandleTraits {
+    using Type = SC_HANDLE;
+    static Type Empty() noexcept { return nullptr; }
+    static bool IsValid(Type handle) noexcept { return handle != nullptr; }
+    static void Close(Type handle) noexcept { ::CloseServiceHandle(handle); }
+};
+
+using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
+
 } // namespace Tessel::Bridge::Platform::Windows

@@ -13,17 +13,10 @@
 #include <iterator>
 
 using namespace KestrelTest;
-using Tessel::Bridge::Platform::Windows::UniqueResource;
 
 namespace {
 
-struct ServiceTraits {
-    using Type = SC_HANDLE;
-    static Type Empty() noexcept { return nullptr; }
-    static bool IsValid(Type handle) noexcept { return handle != nullptr; }
-    static void Close(Type handle) noexcept { CloseServiceHandle(handle); }
-};
-using UniqueService = UniqueResource<ServiceTraits>;
+using UniqueService = Tessel::Bridge::Platform::Windows::UniqueServiceHandle;
 
 constexpr const wchar_t* kKey = L"Software\\Microsoft\\Windows\\CurrentVersion\\PushNotifications";
 
