@@ -135,6 +135,7 @@ State EmulatedPc::BuiltInState()
         {"portraitDisplays", BuiltInPortraitDisplays()},
         {"registry", BuiltInRegistry()},
         {"services", BuiltInServices()},
+        {"applications", BuiltInApplications()},
     };
 }
 

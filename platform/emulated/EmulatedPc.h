@@ -75,6 +75,10 @@ private:
     std::filesystem::path stateFile_;
 };
 
+// The "applications" area of the built-in PC: Calculator (packaged), Notepad
+// and Word (desktop) in the applications folder.
+State BuiltInApplications();
+
 // A member of an object, or null when absent (a null in the file removes the
 // built-in member) or when object is not an object.
 const State& Member(const State& object, const char* name);

@@ -1,6 +1,7 @@
 #include "FrontEnd.h"
 
 #include "AccessoryCommand.h"
+#include "ApplicationCommand.h"
 #include "CameraCommand.h"
 #include "DisplayHdrCommand.h"
 #include "DisplayPortraitCommand.h"
@@ -11,6 +12,7 @@
 #include "platform/MouseSettings.h"
 #include "platform/PortraitDisplays.h"
 #include "platform/RegistryAndServices.h"
+#include "platform/ShellAndAutomation.h"
 #include "platform/TextConversion.h"
 
 #include <cstdio>
@@ -29,6 +31,15 @@ void RunAccessory(const CommandWords& words, std::wstring& result)
 {
     const auto mouse = Platform::CreateMouseSettings();
     HandleAccessoryCommand(*mouse, words.function, words.value, result);
+}
+
+// Handled here by function name; another name leaves the result empty.
+void RunApplication(const CommandWords& words, std::wstring& result)
+{
+    if (words.function == L"GetApplicationLocation") {
+        const auto shell = Platform::CreateShell();
+        result = GetApplicationLocation(*shell, words.value);
+    }
 }
 
 void RunCamera(const CommandWords& words, std::wstring& result)
@@ -66,7 +77,7 @@ struct Category {
 // Compared exactly and in this order; the first match decides.
 constexpr Category kCategories[] = {
     {L"Camera", &RunCamera},
-    {L"Application", nullptr},
+    {L"Application", &RunApplication},
     {L"Accessory", &RunAccessory},
     {L"Notification", &RunNotification},
     {L"DisplayHDR", &RunDisplayHdr},
