@@ -23,6 +23,7 @@ namespace {
 enum class ValueUse {
     Ignored, // the value word makes no difference
     Number,  // read by the standard string-to-int conversion
+    Name,    // a name no application on a fresh PC has, whatever the bytes
 };
 
 // Wine does not keep some settings faithfully: such a function's accepted
@@ -50,6 +51,7 @@ const FunctionRow kFunctions[] = {
     {"Camera", "GetBrightness", ValueUse::Ignored},
     {"Camera", "SetBrightness", ValueUse::Number},
     {"Camera", "IsCameraSupported", ValueUse::Ignored},
+    {"Application", "GetApplicationLocation", ValueUse::Name},
     {"Accessory", "GetMouseSpeed", ValueUse::Ignored},
     {"Accessory", "SetMouseSpeed", ValueUse::Number, UnderWine::RefusalsOnly},
     {"Accessory", "SwapMouseButton", ValueUse::Ignored},
@@ -210,6 +212,8 @@ TEST_P(BadInput, EachBadValueEndsTheRunOrActsAsThePlainNumber)
         SCOPED_TRACE(bad.label);
         if (row.value == ValueUse::Ignored) {
             EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), withoutValue);
+        } else if (row.value == ValueUse::Name) {
+            EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), Line("-1"));
         } else if (bad.error != nullptr) {
             EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), AbnormalEnd(bad.error));
         } else if (row.wine == UnderWine::Everything || kLineEnd == "\n") {
@@ -225,6 +229,8 @@ TEST_P(BadInput, AMebibyteWordIsReadWhole)
     const Outcome outcome = RunInProcess(Words(row, digits));
     if (row.value == ValueUse::Ignored) {
         EXPECT_EQ(outcome, RunInProcess(Words(row, std::nullopt)));
+    } else if (row.value == ValueUse::Name) {
+        EXPECT_EQ(outcome.out, "-1\n");
     } else {
         EXPECT_EQ(outcome.err, std::string("KestrelTool: ") + kOutOfRange);
         EXPECT_EQ(outcome.out, "");

@@ -36,6 +36,6 @@ set_target_properties(kestrel_push_notification_service PROPERTIES
 target_link_libraries(kestrel_push_notification_service PRIVATE kestrel_windows_api)
 target_link_options(kestrel_push_notification_service PRIVATE -static -municode)
 kestrel_warnings(kestrel_push_notification_service)
-target_sources(kestrel_cli_tests PRIVATE windows/NotificationCliWineTest.cpp)
+target_sources(kestrel_cli_tests PRIVATE windows/NotificationCliWineTest.cpp windows/ApplicationCliWineTest.cpp)
 target_link_libraries(kestrel_cli_tests PRIVATE advapi32)
 add_dependencies(kestrel_cli_tests kestrel_push_notification_service)
