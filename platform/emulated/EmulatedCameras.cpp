@@ -83,27 +83,6 @@ std::string Hex(const std::vector<unsigned char>& bytes)
     return text;
 }
 
-int HexDigit(char ch)
-{
-    if (ch >= '0' && ch <= '9') return ch - '0';
-    if (ch >= 'a' && ch <= 'f') return ch - 'a' + 10;
-    if (ch >= 'A' && ch <= 'F') return ch - 'A' + 10;
-    return -1;
-}
-
-std::optional<std::vector<unsigned char>> FromHex(const std::string& text)
-{
-    if (text.size() % 2 != 0 || text.size() / 2 > kMaxPayload) return std::nullopt;
-    std::vector<unsigned char> bytes;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        const int high = HexDigit(text[i]);
-        const int low = HexDigit(text[i + 1]);
-        if (high < 0 || low < 0) return std::nullopt;
-        bytes.push_back(static_cast<unsigned char>(high * 16 + low));
-    }
-    return bytes;
-}
-
 std::string GuidText(const Guid& guid)
 {
     char text[40];
@@ -123,7 +102,7 @@ std::optional<Guid> ParseGuid(const std::string& text)
         if (dash != (text[i] == '-')) return std::nullopt;
         if (!dash) digits.push_back(text[i]);
     }
-    const std::optional<std::vector<unsigned char>> bytes = FromHex(digits);
+    const std::optional<std::vector<unsigned char>> bytes = BytesFromHex(digits, kMaxPayload);
     if (!bytes) return std::nullopt;
     const auto& b = *bytes;
     Guid guid{};
@@ -148,7 +127,7 @@ DefaultEntry ReadEntry(const CameraReader& reader, const State& entry, const std
     result.set = *set;
     for (const char* name : {"control", "data"}) {
         const std::optional<std::vector<unsigned char>> bytes =
-            Member(entry, name).is_string() ? FromHex(Member(entry, name).get<std::string>()) : std::nullopt;
+            Member(entry, name).is_string() ? BytesFromHex(Member(entry, name).get<std::string>(), kMaxPayload) : std::nullopt;
         if (!bytes) reader.Malformed(at + "/" + name + " is not hexadecimal bytes (at most 4096)");
         (std::string(name) == "control" ? result.control : result.data) = *bytes;
     }

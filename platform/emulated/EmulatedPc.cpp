@@ -8,6 +8,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <cwctype>
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -262,6 +264,32 @@ const State& Member(const State& object, const char* name)
     if (!object.is_object()) return kAbsent;
     const auto found = object.find(name);
     return found != object.end() ? *found : kAbsent;
+}
+
+std::optional<std::vector<unsigned char>> BytesFromHex(const std::string& text, std::size_t maxBytes)
+{
+    if (text.size() % 2 != 0 || text.size() / 2 > maxBytes) return std::nullopt;
+    const auto digit = [](char ch) {
+        if (ch >= '0' && ch <= '9') return ch - '0';
+        if (ch >= 'a' && ch <= 'f') return ch - 'a' + 10;
+        if (ch >= 'A' && ch <= 'F') return ch - 'A' + 10;
+        return -1;
+    };
+    std::vector<unsigned char> bytes;
+    for (std::size_t i = 0; i < text.size(); i += 2) {
+        const int high = digit(text[i]);
+        const int low = digit(text[i + 1]);
+        if (high < 0 || low < 0) return std::nullopt;
+        bytes.push_back(static_cast<unsigned char>(high * 16 + low));
+    }
+    return bytes;
+}
+
+bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
+        return std::towlower(static_cast<wint_t>(x)) == std::towlower(static_cast<wint_t>(y));
+    });
 }
 
 bool EmulatedPc::BooleanAt(const State& state, const char* pointer) const

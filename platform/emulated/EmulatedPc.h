@@ -3,9 +3,13 @@
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
+#include <cstddef>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace Tessel::Bridge::Platform::Emulated {
 
@@ -82,5 +86,12 @@ State BuiltInApplications();
 // A member of an object, or null when absent (a null in the file removes the
 // built-in member) or when object is not an object.
 const State& Member(const State& object, const char* name);
+
+// Bytes written as hexadecimal digits ("0a1B"); nothing when the text is not
+// that or holds more than maxBytes.
+std::optional<std::vector<unsigned char>> BytesFromHex(const std::string& text, std::size_t maxBytes);
+
+// Names Windows compares ignoring case: paths, variables, keys, services.
+bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b);
 
 } // namespace Tessel::Bridge::Platform::Emulated

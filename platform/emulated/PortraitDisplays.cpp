@@ -4,7 +4,6 @@
 #include "platform/emulated/EmulatedDisplays.h"
 
 #include <algorithm>
-#include <cwctype>
 #include <filesystem>
 #include <system_error>
 
@@ -14,6 +13,7 @@ namespace Tessel::Bridge::Platform {
 namespace {
 
 using Emulated::EmulatedPc;
+using Emulated::EqualIgnoringCase;
 
 // The emulated PC's Windows paths.
 constexpr std::size_t kPathCapacity = 260;
@@ -27,13 +27,6 @@ constexpr Variable kEnvironment[] = {
     {L"SYSTEMROOT", L"C:\\Windows"},
     {L"WINDIR", L"C:\\Windows"},
 };
-
-// Windows compares file names and variable names ignoring case.
-bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](wchar_t x, wchar_t y) { return std::towupper(static_cast<wint_t>(x)) == std::towupper(static_cast<wint_t>(y)); });
-}
 
 // Windows' expansion: %NAME% of a set variable becomes its value; anything
 // else, an unknown name or a lone %, stays as written.

@@ -7,7 +7,6 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <cwctype>
 #include <optional>
 
 namespace Tessel::Bridge::Platform {
@@ -49,29 +48,10 @@ const char* NameOf(const Named (&table)[N], std::uint32_t value)
     return table[0].name;
 }
 
-// Windows compares key paths ignoring case.
-bool SameKeyPath(const std::string& a, const std::wstring& b)
+// Windows compares key paths and service names ignoring case.
+bool SameName(const std::string& a, const std::wstring& b)
 {
-    const std::wstring wide = Utf8::Decode(a);
-    return std::equal(wide.begin(), wide.end(), b.begin(), b.end(),
-                      [](wchar_t x, wchar_t y) { return std::towlower(static_cast<wint_t>(x)) == std::towlower(static_cast<wint_t>(y)); });
-}
-
-std::optional<std::vector<unsigned char>> FromHex(const std::string& text)
-{
-    if (text.size() % 2 != 0) return std::nullopt;
-    std::vector<unsigned char> bytes;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        unsigned value = 0;
-        for (const char ch : {text[i], text[i + 1]}) {
-            const char* digits = "0123456789abcdef";
-            const char* at = std::strchr(digits, std::tolower(static_cast<unsigned char>(ch)));
-            if (ch == '\0' || at == nullptr) return std::nullopt;
-            value = value * 16 + static_cast<unsigned>(at - digits);
-        }
-        bytes.push_back(static_cast<unsigned char>(value));
-    }
-    return bytes;
+    return Emulated::EqualIgnoringCase(Utf8::Decode(a), b);
 }
 
 // Built-in numbers are signed, parsed ones unsigned: either will do.
@@ -115,7 +95,7 @@ std::optional<std::vector<unsigned char>> ValueBytes(const State& value)
         bytes.insert(bytes.end(), {0, 0});
         return bytes;
     }
-    return FromHex(data.get<std::string>());
+    return Emulated::BytesFromHex(data.get<std::string>(), SIZE_MAX);
 }
 
 bool IsSeconds(const State& value)
@@ -149,7 +129,7 @@ public:
     {
         State& user = Current()["registry"]["currentUser"];
         for (auto& [name, key] : user.items()) {
-            if (SameKeyPath(name, path)) return &key;
+            if (SameName(name, path)) return &key;
         }
         return nullptr;
     }
@@ -333,7 +313,7 @@ public:
         const State& list = session_.Services();
         for (std::size_t i = 0; i < list.size(); ++i) {
             // Service names are compared ignoring case.
-            if (SameKeyPath(list[i]["name"].get<std::string>(), name)) return std::make_unique<EmulatedService>(session_, i);
+            if (SameName(list[i]["name"].get<std::string>(), name)) return std::make_unique<EmulatedService>(session_, i);
         }
         return nullptr;
     }
