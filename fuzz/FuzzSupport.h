@@ -10,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <stdlib.h>
 #include <unistd.h>
@@ -81,6 +82,12 @@ public:
         std::string part(at_, stop);
         at_ = zero != nullptr ? zero + 1 : end_;
         return part;
+    }
+
+    // Everything not yet taken, zero bytes included.
+    std::string Rest()
+    {
+        return std::string(std::exchange(at_, end_), end_);
     }
 
 private:

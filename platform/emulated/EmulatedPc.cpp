@@ -138,6 +138,8 @@ State EmulatedPc::BuiltInState()
         {"registry", BuiltInRegistry()},
         {"services", BuiltInServices()},
         {"applications", BuiltInApplications()},
+        {"wordProcessor", BuiltInWordProcessor()},
+        {"editor", BuiltInEditor()},
     };
 }
 

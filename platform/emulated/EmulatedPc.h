@@ -83,6 +83,15 @@ private:
 // and Word (desktop) in the applications folder.
 State BuiltInApplications();
 
+// The "wordProcessor" area of the built-in PC: installed and startable, hidden,
+// no documents; and the "editor" area: startable, no paths opened yet.
+State BuiltInWordProcessor();
+State BuiltInEditor();
+
+// Bytes as a file read in text mode gives them: CR LF becomes LF, and Ctrl+Z
+// ends the file.
+std::string FromTextMode(std::string_view bytes);
+
 // A member of an object, or null when absent (a null in the file removes the
 // built-in member) or when object is not an object.
 const State& Member(const State& object, const char* name);

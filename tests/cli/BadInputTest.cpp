@@ -24,6 +24,7 @@ enum class ValueUse {
     Ignored, // the value word makes no difference
     Number,  // read by the standard string-to-int conversion
     Name,    // a name no application on a fresh PC has, whatever the bytes
+    Path,    // a path no file has: the plain text editor is asked to open it
 };
 
 // Wine does not keep some settings faithfully: such a function's accepted
@@ -52,6 +53,7 @@ const FunctionRow kFunctions[] = {
     {"Camera", "SetBrightness", ValueUse::Number},
     {"Camera", "IsCameraSupported", ValueUse::Ignored},
     {"Application", "GetApplicationLocation", ValueUse::Name},
+    {"Application", "WriteToDoc", ValueUse::Path},
     {"Accessory", "GetMouseSpeed", ValueUse::Ignored},
     {"Accessory", "SetMouseSpeed", ValueUse::Number, UnderWine::RefusalsOnly},
     {"Accessory", "SwapMouseButton", ValueUse::Ignored},
@@ -214,6 +216,10 @@ TEST_P(BadInput, EachBadValueEndsTheRunOrActsAsThePlainNumber)
             EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), withoutValue);
         } else if (row.value == ValueUse::Name) {
             EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), Line("-1"));
+        } else if (row.value == ValueUse::Path) {
+            const Outcome outcome = RunOnFreshPc(Words(row, bad.word));
+            EXPECT_EQ(outcome.out + outcome.err, "1" + std::string(kLineEnd));
+            EXPECT_EQ(outcome.exitStatus, 0);
         } else if (bad.error != nullptr) {
             EXPECT_EQ(RunOnFreshPc(Words(row, bad.word)), AbnormalEnd(bad.error));
         } else if (row.wine == UnderWine::Everything || kLineEnd == "\n") {
@@ -231,6 +237,10 @@ TEST_P(BadInput, AMebibyteWordIsReadWhole)
         EXPECT_EQ(outcome, RunInProcess(Words(row, std::nullopt)));
     } else if (row.value == ValueUse::Name) {
         EXPECT_EQ(outcome.out, "-1\n");
+    } else if (row.value == ValueUse::Path) {
+        // Longer than a command line may be (32767 characters), so the editor
+        // cannot be started with it; Wine's shell starts it all the same.
+        EXPECT_EQ(outcome.out, kLineEnd == "\n" ? "0\n" : "1\n");
     } else {
         EXPECT_EQ(outcome.err, std::string("KestrelTool: ") + kOutOfRange);
         EXPECT_EQ(outcome.out, "");

@@ -39,3 +39,12 @@ kestrel_warnings(kestrel_push_notification_service)
 target_sources(kestrel_cli_tests PRIVATE windows/NotificationCliWineTest.cpp windows/ApplicationCliWineTest.cpp)
 target_link_libraries(kestrel_cli_tests PRIVATE advapi32)
 add_dependencies(kestrel_cli_tests kestrel_push_notification_service)
+
+# The word processor's automation server, registered by the Application tests.
+add_library(kestrel_word_automation_server MODULE windows/testbed/WordAutomationServer.cpp windows/testbed/WordAutomationServer.def)
+set_target_properties(kestrel_word_automation_server PROPERTIES
+    PREFIX "" OUTPUT_NAME WordAutomationServer LIBRARY_OUTPUT_DIRECTORY "${testbed}")
+target_link_libraries(kestrel_word_automation_server PRIVATE kestrel_windows_api oleaut32)
+target_link_options(kestrel_word_automation_server PRIVATE -static)
+kestrel_warnings(kestrel_word_automation_server)
+add_dependencies(kestrel_cli_tests kestrel_word_automation_server)

@@ -1,5 +1,7 @@
 #include "ApplicationCommand.h"
 
+#include "platform/TextConversion.h"
+
 #include <cwctype>
 
 namespace Tessel::Bridge::Server::Services::Kestrel {
@@ -50,6 +52,68 @@ std::wstring GetApplicationLocation(Platform::IShell& shell, const std::wstring&
     }
     shell.UninitializeCom();
     return found ? result : L"-1";
+}
+
+namespace {
+
+constexpr int kShowNormal = 1;  // SW_SHOWNORMAL
+constexpr int kRestore = 9;     // SW_RESTORE
+
+std::wstring OpenInEditor(Platform::IDesktop& desktop, const std::wstring& path)
+{
+    return desktop.Execute(L"open", L"notepad.exe", path, kShowNormal) > 32 ? L"1" : L"0";
+}
+
+using Object = std::unique_ptr<Platform::IAutomationObject>;
+
+// A property read on an object that may be missing: nothing to read from.
+Object GetObjectProperty(const Object& object, const wchar_t* name)
+{
+    return object ? object->GetObjectProperty(object->MemberId(name)) : nullptr;
+}
+
+} // namespace
+
+std::wstring WriteToDoc(Platform::IAutomation& automation, Platform::IDesktop& desktop, const std::wstring& path)
+{
+    const std::optional<std::string> bytes = desktop.ReadTextFile(path);
+    if (!bytes) return OpenInEditor(desktop, path);
+    // Up to the first zero byte, which is the first zero character.
+    std::optional<std::wstring> text = Platform::WideFromUtf8(bytes->c_str());
+
+    automation.InitializeCom();
+    Object application = automation.CreateApplication(L"Word.Application");
+    // COM stays initialised here; the process ends soon after.
+    if (!application) return OpenInEditor(desktop, path);
+
+    // No status is looked at: a step that fails leaves the next ones to run,
+    // and a missing object only skips the steps made on it.
+    Object documents = GetObjectProperty(application, L"Documents");
+    if (documents) documents->CallMethod(documents->MemberId(L"Add"), std::nullopt);
+    Object selection = GetObjectProperty(application, L"Selection");
+    if (selection) {
+        const std::int32_t typeText = selection->MemberId(L"TypeText");
+        const std::int32_t typeParagraph = selection->MemberId(L"TypeParagraph");
+        selection->CallMethod(typeText, text);
+        selection->CallMethod(typeParagraph, std::nullopt);
+    }
+    text.reset();
+    Object activeDocument = GetObjectProperty(application, L"ActiveDocument");
+    application->PutBooleanProperty(application->MemberId(L"Visible"), true);
+    Object window = GetObjectProperty(activeDocument, L"ActiveWindow");
+    // The handle is 32 bits wide on every Windows; widened with its sign.
+    const std::intptr_t handle = window ? window->GetIntegerProperty(window->MemberId(L"Hwnd")) : 0;
+
+    desktop.SetForeground(handle);
+    desktop.Show(handle, kRestore);
+
+    window.reset();
+    activeDocument.reset();
+    selection.reset();
+    documents.reset();
+    application.reset();
+    automation.UninitializeCom();
+    return L"1";
 }
 
 } // namespace Tessel::Bridge::Server::Services::Kestrel

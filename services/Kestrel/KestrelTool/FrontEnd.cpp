@@ -39,6 +39,10 @@ void RunApplication(const CommandWords& words, std::wstring& result)
     if (words.function == L"GetApplicationLocation") {
         const auto shell = Platform::CreateShell();
         result = GetApplicationLocation(*shell, words.value);
+    } else if (words.function == L"WriteToDoc") {
+        const auto automation = Platform::CreateAutomation();
+        const auto desktop = Platform::CreateDesktopShell();
+        result = WriteToDoc(*automation, *desktop, words.value);
     }
 }
 

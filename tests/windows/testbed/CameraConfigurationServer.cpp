@@ -5,12 +5,12 @@
 // letters and digits made '_'. LoadDefaults reads a snapshot of that file and
 // SaveDefaults rewrites it, so separate processes see each other's saves. The
 // file holds, per entry, a Record and then the control and data bytes.
+#include "ComObject.h"
 #include "platform/windows/ComPtr.h"
 #include "platform/windows/KsCameraLayouts.h"
 #include "platform/windows/MfCameraConfiguration.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <cwctype>
 #include <filesystem>
@@ -19,6 +19,8 @@
 #include <vector>
 
 namespace {
+
+using KestrelTestBed::Object;
 
 using Tessel::Bridge::Platform::Windows::ComPtr;
 using Tessel::Bridge::Platform::Windows::KSCAMERA_EXTENDEDPROP_HEADER;
@@ -41,35 +43,6 @@ struct Entry {
     std::vector<char> control;
     std::vector<char> data;
 };
-
-// Reference counting for one interface; the last Release deletes the object.
-// Objects go through Release only, never through an interface pointer's delete.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-template <typename Interface>
-class Object : public Interface {
-public:
-    virtual ~Object() = default;
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
-    {
-        if (out == nullptr) return E_POINTER;
-        *out = iid == IID_IUnknown || iid == __uuidof(Interface) ? static_cast<Interface*>(this) : nullptr;
-        if (*out == nullptr) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = --references_;
-        if (left == 0) delete this;
-        return left;
-    }
-
-private:
-    std::atomic<ULONG> references_{1};
-};
-#pragma GCC diagnostic pop
 
 class Control final : public Object<IMFCameraControlDefaults> {
 public:
