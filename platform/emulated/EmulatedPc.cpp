@@ -140,6 +140,8 @@ State EmulatedPc::BuiltInState()
         {"applications", BuiltInApplications()},
         {"wordProcessor", BuiltInWordProcessor()},
         {"editor", BuiltInEditor()},
+        {"environment", BuiltInEnvironment()},
+        {"processes", BuiltInProcesses()},
     };
 }
 

@@ -88,6 +88,12 @@ State BuiltInApplications();
 State BuiltInWordProcessor();
 State BuiltInEditor();
 
+// The "environment" area of the built-in PC (this process's variables and
+// current directory) and its "processes" (id, package family name or null,
+// whether it can be opened and impersonated, its user's variables).
+State BuiltInEnvironment();
+State BuiltInProcesses();
+
 // Bytes as a file read in text mode gives them: CR LF becomes LF, and Ctrl+Z
 // ends the file.
 std::string FromTextMode(std::string_view bytes);

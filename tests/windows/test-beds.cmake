@@ -48,3 +48,4 @@ target_link_libraries(kestrel_word_automation_server PRIVATE kestrel_windows_api
 target_link_options(kestrel_word_automation_server PRIVATE -static)
 kestrel_warnings(kestrel_word_automation_server)
 add_dependencies(kestrel_cli_tests kestrel_word_automation_server)
+

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdarg>
+#include <string>
+
+namespace Tessel::Bridge::Logging {
+
+// Formats as the Windows C runtime's wide printf family does, on every
+// platform: in a wide format "%s" takes a wide string and "%S" a narrow one.
+std::wstring FormatWide(const wchar_t* format, std::va_list arguments);
+std::wstring FormatWideArgs(const wchar_t* format, ...);
+
+} // namespace Tessel::Bridge::Logging

@@ -1,0 +1,87 @@
+// The security library over the emulated PC: its processes, a call a server
+// thread serves, and logging from many threads at once.
+#include "EmulatedTestSupport.h"
+#include "platform/emulated/EmulatedRpcCall.h"
+#include "security/KestrelSecurity.h"
+#include "support/TempDirectory.h"
+
+#include <thread>
+
+using namespace Tessel::Bridge;
+using Platform::Emulated::ServedCall;
+
+namespace {
+
+class EmulatedSecurity : public ::testing::Test {
+protected:
+    EmulatedSecurity() : saved(Logging::LogManager::GetLogger()->Sink()) { Logging::LogManager::GetLogger()->SetSink(sink); }
+    ~EmulatedSecurity() override { Logging::LogManager::GetLogger()->SetSink(saved); }
+
+    std::wstring PfnOf(std::uint32_t processId, std::map<std::uint32_t, void*> known = {})
+    {
+        const ServedCall call(processId);
+        Security::RpcSecurityHelper helper;
+        helper.KnownProcesses() = std::move(known);
+        return helper.GetPFNOfCaller();
+    }
+    std::wstring LastMessage() const { return sink->Records().empty() ? L"" : sink->Records().back().message; }
+
+    KestrelTest::TempDirectory directory;
+    KestrelTest::ScopedEnvironment pc{"KESTREL_EMULATED_PC", (directory / "pc.json").string()};
+    std::shared_ptr<Logging::MemorySink> sink = std::make_shared<Logging::MemorySink>();
+    std::shared_ptr<Logging::ILogSink> saved;
+};
+
+} // namespace
+
+TEST_F(EmulatedSecurity, TheCallersOfTheDefaultPcAreIdentifiedOrLogged)
+{
+    EXPECT_EQ(PfnOf(5120), L"7C3E9B10.Umbrano_r7w2k9d4m1q8z");
+    EXPECT_TRUE(sink->Records().empty());
+    EXPECT_EQ(PfnOf(6144), L"");
+    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - GetPackageFamilyName failed, Status: 15700");
+    EXPECT_EQ(PfnOf(99), L"");
+    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - OpenProcess yielded null or invalid handle, Status: 5");
+    // System cannot be opened, but a held handle stands in; it refuses impersonation.
+    EXPECT_EQ(PfnOf(4, {{4, Platform::Emulated::HeldProcessHandle(4)}}), L"");
+    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - Failed to impersonate client, Status: 5");
+    EXPECT_EQ(Security::RpcSecurityHelper().GetPFNOfCaller(), L"");
+    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - RpcServerInqCallAttributes failed, Status: 1725");
+    EXPECT_EQ(sink->Records().size(), 4u);
+}
+
+TEST_F(EmulatedSecurity, PathsExpandInTheCallersEnvironmentInsideACallAndOursOutside)
+{
+    Server::Services::UtilHelper helper;
+    EXPECT_EQ(helper.GetFullExpandedPath(L"%SystemRoot%\\System32\\..\\notepad.exe", 5), L"C:\\Windows\\notepad.exe");
+    EXPECT_EQ(helper.GetFullExpandedPath(L"docs\\a.txt", 5), L"C:\\Users\\kestrel\\docs\\a.txt");
+    {
+        const ServedCall call(5120);
+        EXPECT_EQ(helper.GetFullExpandedPath(L"%LOCALAPPDATA%/x", 5), L"C:\\Users\\kestrel\\AppData\\Local\\x");
+        EXPECT_EQ(helper.GetFullExpandedPath(L"%ProgramFiles%\\x", 5), L"C:\\Users\\kestrel\\%ProgramFiles%\\x");
+    }
+}
+
+TEST_F(EmulatedSecurity, ManyThreadsLogEveryRecordWholeToOneFile)
+{
+    const std::filesystem::path file = directory / "log.txt";
+    Logging::TraceLogger logger(Logging::CreateFileSink(file.string()));
+    constexpr int kThreads = 8;
+    constexpr int kRecords = 500;
+    {
+        std::vector<std::jthread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&logger, t] {
+                for (int i = 0; i < kRecords; ++i) logger.LogWarning(static_cast<Logging::LoggingContext>(t), L"thread %d record %d %s", t, i, std::wstring(100, L'x').c_str());
+            });
+        }
+    }
+    std::istringstream lines(KestrelTest::ReadFileBytes(file));
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        ASSERT_NE(line.find(" WARNING 0x"), std::string::npos) << line;
+        ASSERT_EQ(line.substr(line.size() - 100), std::string(100, 'x')) << line;
+    }
+    EXPECT_EQ(count, kThreads * kRecords);
+    EXPECT_EQ(logger.DroppedRecords(), 0u);
+}
