@@ -2,6 +2,7 @@
 
 #include "logging/WideFormat.h"
 #include "platform/DebuggerOutput.h"
+#include "platform/common/StdioFile.h"
 #include "platform/common/Utf8.h"
 
 #include <atomic>
@@ -27,11 +28,6 @@ const wchar_t* LevelName(LogLevel level)
     }
     return L"?";
 }
-
-struct FileClose {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using UniqueFile = std::unique_ptr<std::FILE, FileClose>;
 
 // A sink writing whole UTF-8 lines, one write and flush per record, so that
 // lines of concurrent writers never interleave.
@@ -96,7 +92,7 @@ private:
 
     std::string path_;
     std::uint64_t maxBytes_;
-    UniqueFile file_;
+    Platform::UniqueStdioFile file_;
     std::uint64_t written_ = 0;
 };
 

@@ -8,6 +8,13 @@ namespace Tessel::Bridge::Platform {
 // A process or token handle as Windows hands it out (HANDLE).
 using NativeHandle = void*;
 
+// Whether a handle names something: opening functions answer null or
+// INVALID_HANDLE_VALUE for nothing.
+inline bool IsUsableHandle(NativeHandle handle) noexcept
+{
+    return handle != nullptr && handle != reinterpret_cast<NativeHandle>(static_cast<std::intptr_t>(-1));
+}
+
 // The calling client of an RPC call, its process and its environment.
 class ICallerPlatform {
 public:

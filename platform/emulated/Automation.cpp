@@ -1,12 +1,12 @@
 #include "platform/ShellAndAutomation.h"
 
+#include "platform/common/StdioFile.h"
 #include "platform/common/Utf8.h"
 #include "platform/emulated/EmulatedPc.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <utility>
@@ -171,10 +171,6 @@ private:
     std::shared_ptr<const EmulatedPc> pc_;
 };
 
-struct FileClose {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 class EmulatedDesktop final : public IDesktop {
 public:
     explicit EmulatedDesktop(EmulatedPc pc) : pc_(std::move(pc)) {}
@@ -185,13 +181,9 @@ public:
         const std::filesystem::path file = Utf8::Encode(path);
         std::error_code error;
         if (path.empty() || std::filesystem::is_directory(file, error)) return std::nullopt;
-        const std::unique_ptr<std::FILE, FileClose> stream(std::fopen(file.c_str(), "rb"));
+        const UniqueStdioFile stream(std::fopen(file.c_str(), "rb"));
         if (!stream) return std::nullopt;
-        std::string bytes;
-        char buffer[16384];
-        std::size_t read = 0;
-        while ((read = std::fread(buffer, 1, sizeof buffer, stream.get())) > 0) bytes.append(buffer, read);
-        return Emulated::FromTextMode(bytes);
+        return Emulated::FromTextMode(ReadRemaining(stream.get()));
     }
 
     void SetForeground(std::intptr_t window) override

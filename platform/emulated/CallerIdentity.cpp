@@ -127,7 +127,8 @@ public:
             lastError = 6;
             return false;
         }
-        const std::uint32_t needed = PathRules::ExpandVariables(source, destination, size, Environment(process->environment), lastError);
+        const std::uint32_t needed =
+            PathRules::ExpandVariables(source, destination, size, Environment(pc_.Read(), process->environment), lastError);
         if (needed == 0) return false;
         if (needed > size) {
             lastError = kInsufficientBuffer;
@@ -138,12 +139,12 @@ public:
 
     std::uint32_t ExpandInProcess(const wchar_t* source, wchar_t* destination, std::uint32_t size) override
     {
-        return PathRules::ExpandVariables(source, destination, size, Environment(Variables()), lastError);
+        return PathRules::ExpandVariables(source, destination, size, OwnEnvironment(), lastError);
     }
 
     std::uint32_t FullPath(const wchar_t* path, std::uint32_t size, wchar_t* buffer) override
     {
-        return PathRules::FullPathName(path, size, buffer, Environment(Variables()), lastError);
+        return PathRules::FullPathName(path, size, buffer, OwnEnvironment(), lastError);
     }
 
     std::uint32_t LastError() override { return lastError; }
@@ -155,17 +156,18 @@ private:
         return nullptr;
     }
 
-    State Variables() const
+    // This program's variables and current directory, from one reading of the PC.
+    PathRules::PathEnvironment OwnEnvironment() const
     {
         const State state = pc_.Read();
         const State& variables = Member(Member(state, "environment"), "variables");
         if (!variables.is_object()) pc_.ThrowMalformed("/environment/variables is not an object");
-        return variables;
+        return Environment(state, variables);
     }
 
-    PathRules::PathEnvironment Environment(const State& variables) const
+    // The current directory of state with these variables.
+    PathRules::PathEnvironment Environment(const State& state, const State& variables) const
     {
-        const State state = pc_.Read();
         const State& current = Member(Member(state, "environment"), "currentDirectory");
         if (!current.is_string()) pc_.ThrowMalformed("/environment/currentDirectory is not a text");
         PathRules::PathEnvironment environment;

@@ -1,5 +1,6 @@
 #include "platform/ShellAndAutomation.h"
 
+#include "platform/common/StdioFile.h"
 #include "platform/windows/ComPtr.h"
 
 #include <windows.h>
@@ -9,7 +10,6 @@
 #include <share.h>
 #include <shellapi.h>
 
-#include <cstdio>
 #include <memory>
 
 namespace Tessel::Bridge::Platform {
@@ -131,21 +131,13 @@ public:
     }
 };
 
-struct FileClose {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 class Win32Desktop final : public IDesktop {
 public:
     std::optional<std::string> ReadTextFile(const std::wstring& path) override
     {
-        const std::unique_ptr<std::FILE, FileClose> file(_wfsopen(path.c_str(), L"rt", _SH_DENYNO));
+        const UniqueStdioFile file(_wfsopen(path.c_str(), L"rt", _SH_DENYNO));
         if (!file) return std::nullopt;
-        std::string bytes;
-        char buffer[16384];
-        std::size_t read = 0;
-        while ((read = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) bytes.append(buffer, read);
-        return bytes;
+        return ReadRemaining(file.get());
     }
 
     void SetForeground(std::intptr_t window) override { SetForegroundWindow(reinterpret_cast<HWND>(window)); }

@@ -12,12 +12,7 @@ namespace {
 constexpr std::uint32_t kQueryLimitedInformation = 0x1000; // PROCESS_QUERY_LIMITED_INFORMATION
 constexpr std::int32_t kAccessDenied = 5;
 constexpr std::int32_t kInsufficientBuffer = 122;
-const auto kInvalidHandle = reinterpret_cast<Platform::NativeHandle>(static_cast<std::intptr_t>(-1));
-
-bool Usable(Platform::NativeHandle handle)
-{
-    return handle != nullptr && handle != kInvalidHandle;
-}
+using Platform::IsUsableHandle;
 
 // A failed step: the platform's status in the generic category, and the
 // step's own text, which is what the log shows.
@@ -38,7 +33,7 @@ public:
     ProcessGuard& operator=(const ProcessGuard&) = delete;
     ~ProcessGuard()
     {
-        if (Usable(handle_)) platform_.CloseNativeHandle(handle_);
+        if (IsUsableHandle(handle_)) platform_.CloseNativeHandle(handle_);
     }
     Platform::NativeHandle Get() const noexcept { return handle_; }
 
@@ -59,12 +54,10 @@ RpcSecurityHelper::RpcSecurityHelper(std::shared_ptr<Platform::ICallerPlatform> 
 
 RpcSecurityHelper::~RpcSecurityHelper() = default;
 
-void* RpcSecurityHelper::OpenCallerProcess()
+void* RpcSecurityHelper::OpenCallerProcess(std::uint32_t processId)
 {
-    std::uint32_t processId = 0;
-    if (platform_->QueryCallClientProcessId(processId) != 0) processId = 0;
     Platform::NativeHandle process = platform_->OpenProcessById(kQueryLimitedInformation, processId);
-    if (Usable(process)) return process;
+    if (IsUsableHandle(process)) return process;
     // A caller this process may not open, but whose handle the owner holds.
     const auto known = knownProcesses_.find(processId);
     if (known != knownProcesses_.end()) return platform_->DuplicateIntoThisProcess(known->second, kQueryLimitedInformation);
@@ -81,8 +74,8 @@ std::wstring RpcSecurityHelper::GetPFNOfCaller()
         if (const std::int32_t status = platform_->QueryCallClientProcessId(processId); status != 0) {
             throw StepFailed(status, "RpcServerInqCallAttributes failed");
         }
-        const ProcessGuard process(*platform_, OpenCallerProcess());
-        if (!Usable(process.Get())) throw StepFailed(kAccessDenied, "OpenProcess yielded null or invalid handle");
+        const ProcessGuard process(*platform_, OpenCallerProcess(processId));
+        if (!IsUsableHandle(process.Get())) throw StepFailed(kAccessDenied, "OpenProcess yielded null or invalid handle");
         if (const std::int32_t status = platform_->ImpersonateCaller(); status != 0) {
             throw StepFailed(status, "Failed to impersonate client");
         }

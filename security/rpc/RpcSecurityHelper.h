@@ -42,7 +42,8 @@ public:
     const std::wstring& Catalog32Name() const noexcept { return catalog32Name_; }
 
 private:
-    void* OpenCallerProcess();
+    // The caller's process, or a duplicate of the owner's handle for it.
+    void* OpenCallerProcess(std::uint32_t processId);
 
     const wchar_t* publisherHash_;
     std::wstring manifestName_;

@@ -12,7 +12,6 @@ namespace {
 constexpr std::uint32_t kPathCharacters = 260;          // MAX_PATH
 constexpr std::uint32_t kProcessAllAccess = 0x1FFFFF;   // PROCESS_ALL_ACCESS
 constexpr std::uint32_t kTokenAllAccess = 0xF01FF;      // TOKEN_ALL_ACCESS
-const auto kInvalidHandle = reinterpret_cast<Platform::NativeHandle>(static_cast<std::intptr_t>(-1));
 
 const std::string& TypeName()
 {
@@ -55,7 +54,7 @@ std::wstring UtilHelper::GetFullExpandedPath(const wchar_t* filePath, Logging::L
         // Serving a client: its user's environment, read through its token
         // without impersonating it.
         const Platform::NativeHandle process = platform_->OpenProcessById(kProcessAllAccess, processId);
-        if (process == nullptr || process == kInvalidHandle) {
+        if (!Platform::IsUsableHandle(process)) {
             warn(L"process_handle is NULL or INVALID_HANDLE_VALUE", platform_->LastError());
         } else {
             if (const Platform::NativeHandle token = platform_->OpenToken(process, kTokenAllAccess)) {

@@ -3,6 +3,7 @@
 #include "EmulatedTestSupport.h"
 #include "platform/emulated/EmulatedRpcCall.h"
 #include "security/KestrelSecurity.h"
+#include "support/CapturedLog.h"
 #include "support/TempDirectory.h"
 
 #include <thread>
@@ -14,9 +15,6 @@ namespace {
 
 class EmulatedSecurity : public ::testing::Test {
 protected:
-    EmulatedSecurity() : saved(Logging::LogManager::GetLogger()->Sink()) { Logging::LogManager::GetLogger()->SetSink(sink); }
-    ~EmulatedSecurity() override { Logging::LogManager::GetLogger()->SetSink(saved); }
-
     std::wstring PfnOf(std::uint32_t processId, std::map<std::uint32_t, void*> known = {})
     {
         const ServedCall call(processId);
@@ -28,8 +26,8 @@ protected:
 
     KestrelTest::TempDirectory directory;
     KestrelTest::ScopedEnvironment pc{"KESTREL_EMULATED_PC", (directory / "pc.json").string()};
-    std::shared_ptr<Logging::MemorySink> sink = std::make_shared<Logging::MemorySink>();
-    std::shared_ptr<Logging::ILogSink> saved;
+    KestrelTest::CapturedLog log;
+    const std::shared_ptr<Logging::MemorySink>& sink = log.sink;
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "platform/CallerIdentity.h"
 #include "security/KestrelSecurity.h"
+#include "support/CapturedLog.h"
 
 #include <gtest/gtest.h>
 
@@ -105,9 +106,6 @@ struct FakeCaller : Platform::ICallerPlatform {
 
 class CallerTest : public ::testing::Test {
 protected:
-    CallerTest() : saved(Logging::LogManager::GetLogger()->Sink()) { Logging::LogManager::GetLogger()->SetSink(sink); }
-    ~CallerTest() override { Logging::LogManager::GetLogger()->SetSink(saved); }
-
     std::vector<std::wstring> Lines() const
     {
         std::vector<std::wstring> lines;
@@ -123,8 +121,8 @@ protected:
         return helper.GetPFNOfCaller();
     }
 
-    std::shared_ptr<Logging::MemorySink> sink = std::make_shared<Logging::MemorySink>();
-    std::shared_ptr<Logging::ILogSink> saved;
+    KestrelTest::CapturedLog log;
+    const std::shared_ptr<Logging::MemorySink>& sink = log.sink;
     std::shared_ptr<FakeCaller> caller = std::make_shared<FakeCaller>();
     std::map<std::uint32_t, void*> known;
 };

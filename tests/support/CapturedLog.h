@@ -1,0 +1,24 @@
+#pragma once
+
+#include "logging/TraceLogger.h"
+
+#include <memory>
+
+namespace KestrelTest {
+
+// The shared logger's records go to memory while the object lives.
+class CapturedLog {
+public:
+    CapturedLog() : saved_(Logger()->Sink()) { Logger()->SetSink(sink); }
+    ~CapturedLog() { Logger()->SetSink(saved_); }
+    CapturedLog(const CapturedLog&) = delete;
+    CapturedLog& operator=(const CapturedLog&) = delete;
+
+    const std::shared_ptr<Tessel::Bridge::Logging::MemorySink> sink = std::make_shared<Tessel::Bridge::Logging::MemorySink>();
+
+private:
+    static std::shared_ptr<Tessel::Bridge::Logging::TraceLogger> Logger() { return Tessel::Bridge::Logging::LogManager::GetLogger(); }
+    std::shared_ptr<Tessel::Bridge::Logging::ILogSink> saved_;
+};
+
+} // namespace KestrelTest
