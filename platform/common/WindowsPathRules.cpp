@@ -22,11 +22,11 @@ namespace {
 
 constexpr std::uint32_t kErrorInsufficientBuffer = 122; // ERROR_INSUFFICIENT_BUFFER
 
-// ExpandEnvironmentStringsW works through counted strings (UNICODE_STRING):
-// one holds at most 32,767 characters, and one made from a zero-terminated
-// source keeps room for the zero, so only the first 32,766 characters of the
-// source count. This is the 32K limit of both buffers that the documentation
-// names.
+// The 32K limit of both buffers that Microsoft documents for
+// ExpandEnvironmentStringsW (for Windows XP and Server 2003; Wine 8 keeps it):
+// a counted string (UNICODE_STRING) holds at most 32,767 characters, and one
+// made from a zero-terminated source keeps room for the zero, so only the
+// first 32,766 characters of the source count.
 constexpr std::size_t kMaxCountedChars = 32767;
 constexpr std::size_t kMaxSourceChars = kMaxCountedChars - 1;
 

@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# Makes throwaway Authenticode test material: make-test-material.sh OUTDIR [--big]
+# Keys are generated per run and nothing here is meant to be committed.
+set -euo pipefail
+
+die() { echo "make-test-material: $*" >&2; exit 1; }
+[[ $# -ge 1 && -n $1 ]] || die "usage: $0 OUTDIR [--big]"
+big=no
+[[ ${2:-} == --big ]] && big=yes
+for t in openssl osslsigncode x86_64-w64-mingw32-gcc x86_64-w64-mingw32-objdump; do
+  command -v "$t" >/dev/null || die "missing tool: $t"
+done
+
+out=$1
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+# Tools are chatty; show their output only when they fail.
+run() { "$@" >"$tmp/log" 2>&1 || { cat "$tmp/log" >&2; die "failed: $*"; }; }
+
+utc() { date -u -d "$1" +%Y%m%d%H%M%SZ; }
+past=$(utc '-1 day')   # slack for clock skew between make and verify
+ca_end=$(utc '+30 years')
+end10=$(utc '+10 years')
+
+# openssl ca, unlike x509 -req, takes exact start/end dates.
+touch "$tmp/index.txt"
+cat >"$tmp/ca.cnf" <<EOF
+[ca]
+default_ca = ca_sect
+[ca_sect]
+database = $tmp/index.txt
+new_certs_dir = $tmp
+rand_serial = yes
+default_md = sha256
+policy = pol
+unique_subject = no
+[pol]
+commonName = supplied
+EOF
+
+# cert NAME ISSUER|self START END ca|EKU
+cert() {
+  local name=$1 issuer=$2 start=$3 end=$4 use=$5 sign
+  if [[ $use == ca ]]; then
+    printf 'basicConstraints=critical,CA:true\nkeyUsage=critical,keyCertSign,cRLSign\n'
+  else
+    printf 'basicConstraints=critical,CA:false\nkeyUsage=critical,digitalSignature\n'
+    printf 'extendedKeyUsage=%s\n' "$use"
+  fi >"$tmp/ext"
+  printf 'subjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\n' >>"$tmp/ext"
+  run openssl req -new -newkey rsa:2048 -nodes -keyout "$out/$name.key" \
+    -subj "/CN=Kestrel Test $name" -out "$tmp/$name.csr"
+  if [[ $issuer == self ]]; then
+    sign=(-selfsign -keyfile "$out/$name.key")
+  else
+    sign=(-cert "$out/$issuer.crt" -keyfile "$out/$issuer.key")
+  fi
+  run openssl ca -batch -notext -config "$tmp/ca.cnf" -extfile "$tmp/ext" "${sign[@]}" \
+    -startdate "$start" -enddate "$end" -in "$tmp/$name.csr" -out "$out/$name.crt"
+}
+
+# CAs reach back to 2015 so the chain is valid at the 2020 timestamp time too.
+cert root         self         20150101000000Z "$ca_end" ca
+cert intermediate root         20150101000000Z "$ca_end" ca
+cert tsa          root         20190101000000Z "$ca_end" critical,timeStamping
+cert leaf         intermediate "$past" "$end10" codeSigning
+cert expired      intermediate 20200101000000Z 20210101000000Z codeSigning
+cert notyet       intermediate "$(utc '+1 year')" "$(utc '+11 years')" codeSigning
+cert wrongpurpose intermediate "$past" "$end10" serverAuth
+cert other-root   self         20150101000000Z "$ca_end" ca
+cert untrusted    other-root   "$past" "$end10" codeSigning
+cat "$out/leaf.crt" "$out/intermediate.crt" >"$out/chain.pem"
+
+# Tiny sample; -DBIG adds a large initialised array so the image (not bss) grows.
+compile() {
+  run x86_64-w64-mingw32-gcc -s -O2 -x c - -o "$1" "${@:2}" <<'EOF'
+#include <stdio.h>
+#ifdef BIG
+static const unsigned char pad[BIG] = {1};
+#endif
+int main(int argc, char **argv) {
+    (void)argv;
+#ifdef BIG
+    return pad[argc];
+#else
+    puts("kestrel sample");
+    return argc > 1;
+#endif
+}
+EOF
+}
+compile "$out/unsigned.exe"
+
+# sign OUT LEAF [extra osslsigncode options...]; certs = leaf + its issuer
+sign() {
+  local dst=$1 name=$2 issuer=intermediate
+  # The untrusted root travels inside the signature: embedded roots must not count.
+  [[ $name == untrusted ]] && issuer=other-root
+  cat "$out/$name.crt" "$out/$issuer.crt" >"$tmp/$name-chain.pem"
+  rm -f "$dst"   # osslsigncode refuses to overwrite
+  run osslsigncode sign -certs "$tmp/$name-chain.pem" -key "$out/$name.key" \
+    -h "${hash:-sha256}" "${@:3}" -in "${src:-$out/unsigned.exe}" -out "$dst"
+}
+sign "$out/signed.exe" leaf
+# Both claim a signing time inside the expired leaf's validity (2020-07-01);
+# only the timestamped one may be trusted for it.
+t2020=1593561600
+sign "$out/expired.exe" expired -time $t2020
+sign "$out/expired-ts.exe" expired -time $t2020 \
+  -TSA-certs "$out/tsa.crt" -TSA-key "$out/tsa.key" -TSA-time $t2020
+sign "$out/notyet.exe" notyet
+sign "$out/wrongpurpose.exe" wrongpurpose
+sign "$out/untrusted.exe" untrusted
+# Nested: SHA-1 primary, SHA-256 appended as a nested signature.
+hash=sha1 sign "$tmp/sha1.exe" leaf
+src=$tmp/sha1.exe sign "$out/nested.exe" leaf -nest
+
+# Flip one byte in the middle of .text; objdump gives size and file offset (hex).
+read -r tsize toff < <(x86_64-w64-mingw32-objdump -h "$out/signed.exe" |
+  awk '$2 == ".text" { print $3, $6 }') || true
+[[ -n ${toff:-} ]] || die "no .text section in signed.exe"
+pos=$(( 0x$toff + 0x$tsize / 2 ))
+cp "$out/signed.exe" "$out/tampered.exe"
+byte=$(od -An -tu1 -j "$pos" -N1 "$out/tampered.exe" | tr -d ' ')
+printf "\\$(printf '%03o' $(( byte ^ 0xff )))" |
+  dd of="$out/tampered.exe" bs=1 seek="$pos" conv=notrunc status=none
+cmp -s "$out/signed.exe" "$out/tampered.exe" && die "tamper did not change signed.exe"
+
+if [[ $big == yes ]]; then
+  compile "$tmp/big-unsigned.exe" -DBIG=$(( 64 << 20 ))
+  src=$tmp/big-unsigned.exe sign "$out/big.exe" leaf
+fi
+
+echo "make-test-material: wrote $(ls "$out" | wc -l) files to $out"
