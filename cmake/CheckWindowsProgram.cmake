@@ -5,7 +5,7 @@ foreach(var PROGRAM READOBJ MACHINE)
     endif()
 endforeach()
 
-execute_process(COMMAND "${READOBJ}" --file-headers --coff-imports --coff-resources "${PROGRAM}"
+execute_process(COMMAND "${READOBJ}" --file-headers --coff-imports --coff-exports --coff-resources "${PROGRAM}"
     OUTPUT_VARIABLE report RESULT_VARIABLE result ERROR_VARIABLE errors)
 if(NOT result EQUAL 0)
     message(FATAL_ERROR "llvm-readobj failed on ${PROGRAM}: ${errors}")
@@ -32,6 +32,19 @@ foreach(dll libstdc\\+\\+-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll libc\\+\\
     endif()
 endforeach()
 
+# The security library's classes are exported for the components it loads.
+foreach(name
+        Security19BridgeAccessManagerC1Ev
+        Security41UwpWithNoTesselManifestExemptionWhiteList11_white_listE
+        Security43Win32WithNoTesselManifestExemptionWhiteList11_white_listE
+        Security17RpcSecurityHelper14GetPFNOfCaller
+        Services10UtilHelper19GetFullExpandedPath
+        Logging10LogManager9GetLoggerEv)
+    if(NOT report MATCHES "Name: _ZN6Tessel6Bridge[0-9A-Za-z]*${name}")
+        string(APPEND failures "\n  does not export ${name}")
+    endif()
+endforeach()
+
 # The manifest text is stored as is in the resource section.
 file(STRINGS "${PROGRAM}" code_page REGEX "<activeCodePage[^>]*>UTF-8</activeCodePage>")
 if(NOT code_page)
@@ -41,4 +54,4 @@ endif()
 if(failures)
     message(FATAL_ERROR "${PROGRAM}:${failures}")
 endif()
-message(STATUS "${PROGRAM}: ${MACHINE}, PE32+ console program with the UTF-8 manifest, no runtime DLLs")
+message(STATUS "${PROGRAM}: ${MACHINE}, PE32+ console program with the UTF-8 manifest, no runtime DLLs, the security library exported")

@@ -49,9 +49,9 @@ protected:
     }
 
     // The plug-in and its panel: "<IsPlatformSupported> <current> <modes...>".
-    void InstallPlugin(const fs::path& folder, const std::string& panel)
+    void InstallPlugin(const fs::path& folder, const std::string& panel, const char* library = "TesselVNT.dll")
     {
-        fs::copy_file(Bed("TesselVNT.dll"), folder / "TesselVNT.dll", fs::copy_options::overwrite_existing);
+        fs::copy_file(Bed(library), folder / "TesselVNT.dll", fs::copy_options::overwrite_existing);
         std::ofstream(folder / "TesselVNT.panel") << panel;
     }
 
@@ -108,6 +108,15 @@ TEST_F(DisplayPortraitUnderWine, ThePluginBesideTheProgramWinsOverTheWorkingDire
     EXPECT_EQ(Run({"GetDisplayMode"}), "5");
     InstallPlugin(tool, "1 0 0 1 2");
     EXPECT_EQ(Run({"GetDisplayMode"}), "0");
+}
+
+// The security library's component, linked against the program's exports and
+// loaded in the plug-in's place, prints each failed check beside the answer.
+TEST_F(DisplayPortraitUnderWine, AComponentLoadedByTheProgramUsesItsExportedSecurityLibrary)
+{
+    InstallService("Vantor-5.0.exe");
+    InstallPlugin(tool, "", "SecurityConsumer.dll");
+    EXPECT_EQ(Run({"IsPortraitSupported"}), "1");
 }
 
 } // namespace
