@@ -6,6 +6,7 @@
 #include "support/CapturedLog.h"
 #include "support/TempDirectory.h"
 
+#include <atomic>
 #include <thread>
 
 using namespace Tessel::Bridge;
@@ -58,6 +59,38 @@ TEST_F(EmulatedSecurity, PathsExpandInTheCallersEnvironmentInsideACallAndOursOut
         EXPECT_EQ(helper.GetFullExpandedPath(L"%LOCALAPPDATA%/x", 5), L"C:\\Users\\kestrel\\AppData\\Local\\x");
         EXPECT_EQ(helper.GetFullExpandedPath(L"%ProgramFiles%\\x", 5), L"C:\\Users\\kestrel\\%ProgramFiles%\\x");
     }
+}
+
+// Server threads serve calls from different clients at once through one helper
+// (its known-process map unchanged meanwhile): each sees only its own caller.
+TEST_F(EmulatedSecurity, ConcurrentCallsEachIdentifyTheirOwnCaller)
+{
+    constexpr int kCalls = 60;
+    const std::vector<std::pair<std::uint32_t, std::wstring>> clients{
+        {5120, L"7C3E9B10.Umbrano_r7w2k9d4m1q8z"}, {6144, L""}, {99, L""}, {4, L""}};
+    Security::RpcSecurityHelper helper;
+    helper.KnownProcesses() = {{4, Platform::Emulated::HeldProcessHandle(4)}};
+    Server::Services::UtilHelper util;
+    std::atomic<int> wrong{0};
+    {
+        std::vector<std::jthread> threads;
+        for (int t = 0; t < 8; ++t) {
+            threads.emplace_back([&, t] {
+                const auto& [processId, family] = clients[static_cast<std::size_t>(t) % clients.size()];
+                const std::wstring path = processId == 5120 ? L"C:\\Users\\kestrel\\AppData\\Local\\x" : L"";
+                for (int i = 0; i < kCalls; ++i) {
+                    const ServedCall call(processId);
+                    if (helper.GetPFNOfCaller() != family) ++wrong;
+                    if (processId == 5120 && util.GetFullExpandedPath(L"%LOCALAPPDATA%\\x", 1) != path) ++wrong;
+                }
+            });
+        }
+    }
+    EXPECT_EQ(wrong, 0);
+    // One error line per call of the six threads whose caller is not packaged.
+    std::size_t errors = 0;
+    for (const auto& record : sink->Records()) errors += record.level == Logging::LogLevel::Error ? 1 : 0;
+    EXPECT_EQ(errors, 6u * kCalls);
 }
 
 TEST_F(EmulatedSecurity, ManyThreadsLogEveryRecordWholeToOneFile)

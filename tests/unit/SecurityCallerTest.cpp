@@ -106,14 +106,7 @@ struct FakeCaller : Platform::ICallerPlatform {
 
 class CallerTest : public ::testing::Test {
 protected:
-    std::vector<std::wstring> Lines() const
-    {
-        std::vector<std::wstring> lines;
-        for (const Logging::LogRecord& record : sink->Records()) {
-            lines.push_back(std::wstring(record.level == Logging::LogLevel::Error ? L"E " : record.level == Logging::LogLevel::Warning ? L"W " : L"I ") + record.message);
-        }
-        return lines;
-    }
+    std::vector<std::wstring> Lines() const { return log.Lines(); }
     std::wstring Pfn()
     {
         Security::RpcSecurityHelper helper(caller);

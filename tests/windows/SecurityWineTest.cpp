@@ -1,0 +1,101 @@
+// The security library over the real Windows calls. Only the call-attributes
+// query is stood in for: Wine 8's RpcServerInqCallAttributesW ends the process.
+#include "platform/windows/Win32CallerPlatform.h"
+#include "security/rpc/RpcSecurityHelper.h"
+#include "security/util/UtilHelper.h"
+#include "support/CapturedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <rpc.h>
+
+#include <optional>
+
+using namespace Tessel::Bridge;
+using Texts = std::vector<std::wstring>;
+
+namespace {
+
+class StandInCall : public Platform::Windows::Win32CallerPlatform {
+public:
+    std::int32_t QueryCallClientProcessId(std::uint32_t& processId) override
+    {
+        if (!client) return RPC_S_NO_CALL_ACTIVE;
+        processId = *client;
+        return RPC_S_OK;
+    }
+    std::optional<std::uint32_t> client; // the process behind the call, if serving one
+};
+
+// Impersonation needs a real call as well.
+class StandInImpersonation : public StandInCall {
+public:
+    std::int32_t ImpersonateCaller() override { return RPC_S_OK; }
+    std::int32_t RevertImpersonation() override { return RPC_S_OK; }
+};
+
+class SecurityWine : public ::testing::Test {
+protected:
+    template <typename Platform>
+    std::wstring Pfn(std::uint32_t client, const std::map<std::uint32_t, void*>& known = {})
+    {
+        auto platform = std::make_shared<Platform>();
+        platform->client = client;
+        Security::RpcSecurityHelper helper(platform);
+        helper.KnownProcesses() = known;
+        return helper.GetPFNOfCaller();
+    }
+
+    KestrelTest::CapturedLog log;
+    const std::wstring prefix = L"E RpcSecurityHelper::GetPFNOfCaller - ";
+};
+
+TEST_F(SecurityWine, AnUnpackagedCallerHasNoFamilyName)
+{
+    EXPECT_EQ(Pfn<StandInImpersonation>(GetCurrentProcessId()), L"");
+    EXPECT_EQ(log.Lines(), Texts{prefix + L"GetPackageFamilyName failed, Status: 15700"});
+}
+
+TEST_F(SecurityWine, ImpersonationOutsideARealCallFailsWithRpcrt4sStatus)
+{
+    const RPC_STATUS status = RpcImpersonateClient(nullptr);
+    ASSERT_NE(status, RPC_S_OK);
+    EXPECT_EQ(Pfn<StandInCall>(GetCurrentProcessId()), L"");
+    EXPECT_EQ(log.Lines(), Texts{prefix + L"Failed to impersonate client, Status: " + std::to_wstring(status)});
+}
+
+TEST_F(SecurityWine, AProcessThatCannotBeOpenedIsTakenFromTheKnownProcesses)
+{
+    EXPECT_EQ(Pfn<StandInImpersonation>(0), L"");
+    EXPECT_EQ(Pfn<StandInImpersonation>(0, {{0, GetCurrentProcess()}}), L"");
+    EXPECT_EQ(log.Lines(), (Texts{prefix + L"OpenProcess yielded null or invalid handle, Status: 5",
+                                  prefix + L"GetPackageFamilyName failed, Status: 15700"}));
+}
+
+TEST_F(SecurityWine, PathsAreExpandedInThisProcessOutsideACallAndInTheClientsInsideOne)
+{
+    ASSERT_TRUE(SetEnvironmentVariableW(L"KESTREL_DATA", L"C:\\data"));
+    const auto platform = std::make_shared<StandInCall>();
+    Server::Services::UtilHelper util(platform);
+    EXPECT_EQ(util.GetFullExpandedPath(L"%KESTREL_DATA%\\in\\..\\file.txt", 3), L"C:\\data\\file.txt");
+    EXPECT_EQ(util.GetFullExpandedPath(nullptr, 3), L"");
+    const std::wstring tooLong = L"%KESTREL_DATA%\\" + std::wstring(255, L'n');
+    EXPECT_EQ(util.GetFullExpandedPath(tooLong.c_str(), 3), L"");
+    const std::wstring warning = L"W class Tessel::Bridge::Server::Services::UtilHelper.";
+    EXPECT_EQ(log.Lines(), (Texts{L"I ExpandEnvironmentStrings: [%KESTREL_DATA%\\in\\..\\file.txt] [C:\\data\\in\\..\\file.txt]",
+                                  L"I GetFullPathName: [C:\\data\\file.txt]",
+                                  warning + L"NullChecker - filePath cannot be null",
+                                  warning + L"GetFullExpandedPath failed on function ExpandEnvironmentStrings with result 122",
+                                  // An empty path leaves the last error as it was.
+                                  warning + L"GetFullExpandedPath failed on function GetFullPathName with result 122"}));
+    SetEnvironmentVariableW(L"KESTREL_DATA", nullptr);
+
+    // Wine expands for any user token in the process's environment.
+    std::wstring root(MAX_PATH, L'\0');
+    root.resize(GetEnvironmentVariableW(L"SystemRoot", root.data(), MAX_PATH));
+    platform->client = GetCurrentProcessId();
+    EXPECT_EQ(util.GetFullExpandedPath(L"%SystemRoot%\\system32\\..\\notepad.exe", 4), root + L"\\notepad.exe");
+}
+
+} // namespace
