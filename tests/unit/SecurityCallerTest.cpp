@@ -83,13 +83,7 @@ struct FakeCaller : Platform::ICallerPlatform {
         std::wcscpy(destination, expansion.c_str());
         return true;
     }
-    std::uint32_t ExpandInProcess(const wchar_t* source, wchar_t* destination, std::uint32_t size) override
-    {
-        std::wstring text = source;
-        if (text.rfind(L"%SystemRoot%", 0) == 0) text.replace(0, 12, L"C:\\Windows");
-        if (text.size() < size) std::wcscpy(destination, text.c_str());
-        return static_cast<std::uint32_t>(text.size() + 1);
-    }
+    std::uint32_t ExpandInProcess(const wchar_t*, wchar_t*, std::uint32_t) override { return 0; }
     std::uint32_t FullPath(const wchar_t* path, std::uint32_t size, wchar_t* buffer) override
     {
         if (*path == L'\0') {
@@ -171,24 +165,6 @@ TEST_F(CallerTest, NullCheckerWarnsForEveryNullWithTheClassName)
     EXPECT_EQ(Lines(), (Texts{L"W class Tessel::Bridge::Server::Services::UtilHelper.NullChecker - first cannot be null",
                               L"W class Tessel::Bridge::Server::Services::UtilHelper.NullChecker - third cannot be null"}));
     EXPECT_EQ(sink->Records().at(0).context, 9u);
-}
-
-TEST_F(CallerTest, FullExpandedPathOutsideACallUsesThisProcess)
-{
-    caller->callStatus = 1725;
-    Server::Services::UtilHelper helper(caller);
-    EXPECT_EQ(helper.GetFullExpandedPath(L"%SystemRoot%\\notepad.exe", 1), L"C:\\Windows\\notepad.exe");
-    EXPECT_EQ(helper.GetFullExpandedPath(nullptr, 1), L"");
-    // 249 characters expanded fit; 250 do not, and the full path then fails too.
-    EXPECT_EQ(helper.GetFullExpandedPath((L"%SystemRoot%" + std::wstring(249, L'x')).c_str(), 1).size(), 259u);
-    sink->Clear();
-    caller->error = 234;
-    EXPECT_EQ(helper.GetFullExpandedPath((L"%SystemRoot%" + std::wstring(250, L'x')).c_str(), 1), L"");
-    const std::wstring prefix = L"W class Tessel::Bridge::Server::Services::UtilHelper.GetFullExpandedPath failed on function ";
-    EXPECT_EQ(Lines(), (Texts{prefix + L"ExpandEnvironmentStrings with result 234", prefix + L"GetFullPathName with result 123"}));
-    sink->Clear();
-    EXPECT_EQ(helper.GetFullExpandedPath(L"relative", 1), L"C:\\work\\relative");
-    EXPECT_EQ(Lines(), (Texts{L"I ExpandEnvironmentStrings: [relative] [relative]", L"I GetFullPathName: [C:\\work\\relative]"}));
 }
 
 TEST_F(CallerTest, FullExpandedPathInsideACallUsesTheClientsEnvironment)

@@ -80,13 +80,16 @@ TEST_F(SecurityWine, PathsAreExpandedInThisProcessOutsideACallAndInTheClientsIns
     Server::Services::UtilHelper util(platform);
     EXPECT_EQ(util.GetFullExpandedPath(L"%KESTREL_DATA%\\in\\..\\file.txt", 3), L"C:\\data\\file.txt");
     EXPECT_EQ(util.GetFullExpandedPath(nullptr, 3), L"");
-    const std::wstring tooLong = L"%KESTREL_DATA%\\" + std::wstring(255, L'n');
-    EXPECT_EQ(util.GetFullExpandedPath(tooLong.c_str(), 3), L"");
-    const std::wstring warning = L"W class Tessel::Bridge::Server::Services::UtilHelper.";
     EXPECT_EQ(log.Lines(), (Texts{L"I ExpandEnvironmentStrings: [%KESTREL_DATA%\\in\\..\\file.txt] [C:\\data\\in\\..\\file.txt]",
                                   L"I GetFullPathName: [C:\\data\\file.txt]",
-                                  warning + L"NullChecker - filePath cannot be null",
-                                  warning + L"GetFullExpandedPath failed on function ExpandEnvironmentStrings with result 122",
+                                  L"W class Tessel::Bridge::Server::Services::UtilHelper.NullChecker - filePath cannot be null"}));
+    // 259 characters expanded fit the 260 of the buffer; 260 do not.
+    const std::wstring longest = L"%KESTREL_DATA%\\" + std::wstring(251, L'n');
+    EXPECT_EQ(util.GetFullExpandedPath(longest.c_str(), 3).size(), 259u);
+    log.sink->Clear();
+    EXPECT_EQ(util.GetFullExpandedPath((longest + L"n").c_str(), 3), L"");
+    const std::wstring warning = L"W class Tessel::Bridge::Server::Services::UtilHelper.";
+    EXPECT_EQ(log.Lines(), (Texts{warning + L"GetFullExpandedPath failed on function ExpandEnvironmentStrings with result 122",
                                   // An empty path leaves the last error as it was.
                                   warning + L"GetFullExpandedPath failed on function GetFullPathName with result 122"}));
     SetEnvironmentVariableW(L"KESTREL_DATA", nullptr);
