@@ -128,6 +128,12 @@ printf "\\$(printf '%03o' $(( byte ^ 0xff )))" |
   dd of="$out/tampered.exe" bs=1 seek="$pos" conv=notrunc status=none
 cmp -s "$out/signed.exe" "$out/tampered.exe" && die "tamper did not change signed.exe"
 
+# The signatures alone (DER PKCS#7), for tests of the signature checks.
+for name in signed nested expired expired-ts notyet wrongpurpose untrusted; do
+  rm -f "$out/$name.p7"
+  run osslsigncode extract-signature -in "$out/$name.exe" -out "$out/$name.p7"
+done
+
 if [[ $big == yes ]]; then
   compile "$tmp/big-unsigned.exe" -DBIG=$(( 64 << 20 ))
   src=$tmp/big-unsigned.exe sign "$out/big.exe" leaf

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tessel::Bridge::Platform {
+
+// WinVerifyTrust's answers that the verification layer gives.
+namespace TrustResult {
+constexpr std::uint32_t kTrusted = 0;
+constexpr std::uint32_t kNoSignature = 0x800B0100;        // TRUST_E_NOSIGNATURE
+constexpr std::uint32_t kExpired = 0x800B0101;            // CERT_E_EXPIRED
+constexpr std::uint32_t kUntrustedRoot = 0x800B0109;      // CERT_E_UNTRUSTEDROOT
+constexpr std::uint32_t kWrongUsage = 0x800B0110;         // CERT_E_WRONG_USAGE
+constexpr std::uint32_t kChaining = 0x800B010A;           // CERT_E_CHAINING
+constexpr std::uint32_t kSubjectFormUnknown = 0x800B0003; // TRUST_E_SUBJECT_FORM_UNKNOWN
+constexpr std::uint32_t kBadDigest = 0x80096010;          // TRUST_E_BAD_DIGEST
+constexpr std::uint32_t kBadSignature = 0x80096004;       // TRUST_E_CERT_SIGNATURE
+constexpr std::uint32_t kFileError = 0x80092003;          // CRYPT_E_FILE_ERROR
+constexpr std::uint32_t kNoIndex = 0x80092004;            // CRYPT_E_NOT_FOUND: no signature at that index
+} // namespace TrustResult
+
+// The signer of an accepted signature.
+struct Signer {
+    // The subject as CertNameToStrW gives it with X.500 keys, no quoting and
+    // CR LF between the parts ("CN=Name\r\nO=Org\r\nC=US").
+    std::wstring subject;
+    // The subject public key bytes (the bit string's contents).
+    std::vector<std::uint8_t> publicKey;
+};
+
+// One signature of a file, found by index as WSS_VERIFY_SPECIFIC finds it.
+struct SignatureCheck {
+    std::uint32_t result = TrustResult::kNoSignature;
+    // How many signatures follow the first (WSS_GET_SECONDARY_SIG_COUNT).
+    std::uint32_t secondarySignatures = 0;
+    // Set for the accepted results (0, CERT_E_EXPIRED, CERT_E_UNTRUSTEDROOT).
+    std::optional<Signer> signer;
+};
+
+// A security catalog that lists a file, and the file's tag in it.
+struct CatalogMembership {
+    std::wstring catalogPath;
+    std::wstring memberTag; // the file hash in upper-case hexadecimal
+};
+
+// Authenticode signatures of files: embedded in a PE file, or given for the
+// file by a security catalog that lists its hash.
+class ISignatureVerifier {
+public:
+    virtual ~ISignatureVerifier() = default;
+
+    // Signature `index` embedded in the file.
+    virtual SignatureCheck VerifyEmbedded(const std::wstring& path, std::uint32_t index) = 0;
+    // Signature `index` of the catalog, for the file it lists.
+    virtual SignatureCheck VerifyThroughCatalog(const CatalogMembership& catalog, const std::wstring& path, std::uint32_t index) = 0;
+    // The catalog that lists the file's SHA-256 hash; none when no catalog
+    // does, with the platform's error code in `error`.
+    virtual std::optional<CatalogMembership> FindCatalog(const std::wstring& path, std::uint32_t& error) = 0;
+};
+
+std::unique_ptr<ISignatureVerifier> CreateSignatureVerifier();
+
+} // namespace Tessel::Bridge::Platform
