@@ -2,8 +2,8 @@
 // and its member tags.
 //
 // Sources: Microsoft's CTL_INFO, CTL_ENTRY, CRYPTCATMEMBER and mscat.h OID
-// pages for the structures and OIDs; PKCS #7 v1.5 (RFC 2315, 9.3) for what a
-// signer's message digest covers.
+// pages for the structures and OIDs; PKCS #7 v1.5 (RFC 2315, section 9.3) for
+// what a signer's message digest covers.
 #include "platform/emulated/SecurityCatalog.h"
 
 #include <openssl/asn1t.h>
@@ -62,10 +62,10 @@ bool IsOid(const ASN1_OBJECT* object, const char* dotted)
     return length > 0 && static_cast<std::size_t>(length) < text.size() && std::strcmp(text.data(), dotted) == 0;
 }
 
-// A member tag is text: MakeCat writes the reference tag (CRYPTCATMEMBER's
-// pwszReferenceTag, for hashed members the hash in hexadecimal) as UTF-16LE
-// with its terminating zero. Each 16-bit unit becomes one wchar_t, as on
-// Windows. Anything else, or a zero inside the text, is not a tag.
+// The identifier holds the member's reference tag (CRYPTCATMEMBER's
+// pwszReferenceTag; for a hashed member the hash in hexadecimal) as UTF-16LE
+// text, its terminating zero kept or not. Each 16-bit unit becomes one
+// wchar_t, as on Windows. An odd length, or a zero inside the text, is not a tag.
 std::optional<std::wstring> MemberTag(const ASN1_OCTET_STRING* identifier)
 {
     if (identifier == nullptr || identifier->length <= 0 || identifier->length % 2 != 0) return std::nullopt;
