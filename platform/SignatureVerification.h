@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -62,6 +64,24 @@ public:
     virtual std::optional<CatalogMembership> FindCatalog(const std::wstring& path, std::uint32_t& error) = 0;
 };
 
+// The SHA-256 digest of the bytes.
+std::vector<std::uint8_t> Sha256Of(std::span<const std::uint8_t> bytes);
+
+// Where trust comes from instead of the platform's own: a PEM file of trusted
+// root certificates and a folder of catalog (.cat) files. An empty path keeps
+// the platform's own source.
+struct TrustSources {
+    std::filesystem::path roots;
+    std::filesystem::path catalogs;
+};
+
+// The platform's verifier: on Windows WinTrust with the system's roots and
+// catalog database; on the emulated PC the PC's roots and catalogs, and its
+// drive letters for Windows paths.
 std::unique_ptr<ISignatureVerifier> CreateSignatureVerifier();
+// One that takes its trust from the sources given. Throws
+// std::invalid_argument where the platform cannot (Windows trusts only its
+// own stores).
+std::unique_ptr<ISignatureVerifier> CreateSignatureVerifier(const TrustSources& sources);
 
 } // namespace Tessel::Bridge::Platform

@@ -2,6 +2,7 @@
 
 #include "platform/emulated/EmulatedCameras.h"
 #include "platform/emulated/EmulatedDisplays.h"
+#include "platform/emulated/EmulatedFiles.h"
 #include "platform/emulated/EmulatedRegistryAndServices.h"
 
 #include <cerrno>
@@ -142,6 +143,8 @@ State EmulatedPc::BuiltInState()
         {"editor", BuiltInEditor()},
         {"environment", BuiltInEnvironment()},
         {"processes", BuiltInProcesses()},
+        {"drives", BuiltInDrives()},
+        {"trust", BuiltInTrust()},
     };
 }
 

@@ -1,0 +1,13 @@
+#include "KestrelVerify.h"
+#include "platform/StandardOutput.h"
+
+#include <iostream>
+
+int main(int argc, char* argv[])
+{
+    namespace Platform = Tessel::Bridge::Platform;
+    const Platform::WideStandardOutput output;
+    return Tessel::Bridge::Server::Services::Kestrel::RunKestrelVerify(
+        argc, argv, [](const Platform::TrustSources& sources) { return Platform::CreateSignatureVerifier(sources); },
+        std::wcout, std::wcerr);
+}
