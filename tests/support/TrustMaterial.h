@@ -11,7 +11,7 @@ inline std::filesystem::path TrustMaterial()
 {
     const char* folder = std::getenv("KESTREL_TRUST_MATERIAL");
     if (folder == nullptr || *folder == '\0') throw std::runtime_error("KESTREL_TRUST_MATERIAL is not set");
-    return folder;
+    return std::filesystem::absolute(folder);
 }
 
 } // namespace KestrelTest
