@@ -104,13 +104,16 @@ std::optional<std::vector<std::uint8_t>> ReadSmallFile(const std::filesystem::pa
     return bytes;
 }
 
-// What one read of an image gives: its embedded signatures, and the digests
-// each signature claims, taken in one pass over the file.
-struct EmbeddedSignatures {
+// What one pass over a file gives: its embedded signatures, the digests they
+// claim, and its catalog tag.
+struct FileFacts {
     // Set when the file gives every index the same result.
     std::optional<std::uint32_t> problem;
     std::optional<Authenticode::SignatureSet> signatures;
     Pe::Digests digests;
+    // The SHA-256 Authenticode digest of an image, the SHA-256 of every byte
+    // of any other file; nothing when the file cannot be read.
+    std::optional<std::wstring> tag;
 };
 
 class EmulatedSignatureVerifier final : public ISignatureVerifier {
@@ -122,7 +125,7 @@ public:
 
     SignatureCheck VerifyEmbedded(const std::wstring& path, std::uint32_t index) override
     {
-        const EmbeddedSignatures& embedded = ReadEmbedded(path);
+        const FileFacts& embedded = Facts(path);
         SignatureCheck check;
         if (embedded.problem) {
             check.result = *embedded.problem;
@@ -151,7 +154,7 @@ public:
         }
         // The file must still have the hash the catalog lists, and the list
         // must be the bytes that this signature covers.
-        const std::optional<std::wstring> tag = MemberTag(path);
+        const std::optional<std::wstring> tag = Facts(path).tag;
         const auto matches = [&] {
             const auto content = set->SignedContent(index);
             return tag && *tag == Upper(membership.memberTag) && Catalog::Lists(*catalog, *tag) &&
@@ -162,7 +165,7 @@ public:
 
     std::optional<CatalogMembership> FindCatalog(const std::wstring& path, std::uint32_t& error) override
     {
-        const std::optional<std::wstring> tag = MemberTag(path);
+        const std::optional<std::wstring> tag = Facts(path).tag;
         if (!tag) {
             error = kErrorFileNotFound;
             return std::nullopt;
@@ -199,25 +202,12 @@ private:
         return HostPathOf(pc_, pc_.Read(), path);
     }
 
-    // The file's catalog tag: the SHA-256 Authenticode digest of an image,
-    // the SHA-256 of every byte for any other file.
-    std::optional<std::wstring> MemberTag(const std::wstring& path) const
-    {
-        const auto host = HostPath(path);
-        auto image = host ? Pe::ImageFile::Open(*host) : Pe::Expected<Pe::ImageFile>(Pe::Problem::kCannotOpen);
-        if (!image) return std::nullopt;
-        static constexpr std::array kSha256{Pe::Algorithm::kSha256};
-        const auto layout = image->Headers();
-        const auto digests = layout ? image->ImageDigest(*layout, kSha256) : image->FlatDigest(kSha256);
-        if (!digests) return std::nullopt;
-        return UpperHex(digests->front().value);
-    }
-
-    // Reads the file once for all of its signature indexes: asked again for
-    // the same unchanged file, the verifier answers from what it read. As
+    // Reads the file once for its catalog tag and all of its signature
+    // indexes: asked again for the same unchanged file, the verifier answers
+    // from what it read. As
     // with git's racy files, a file changed shortly before it was read may
     // change again without a new time stamp, so it is not kept.
-    const EmbeddedSignatures& ReadEmbedded(const std::wstring& path)
+    const FileFacts& Facts(const std::wstring& path)
     {
         const auto host = HostPath(path);
         struct stat status{};
@@ -251,59 +241,57 @@ private:
                 static_cast<std::int64_t>(status.st_ctim.tv_sec) * 1'000'000'000 + status.st_ctim.tv_nsec};
     }
 
-    static EmbeddedSignatures Read(const std::optional<std::filesystem::path>& host)
+    static FileFacts Read(const std::optional<std::filesystem::path>& host)
     {
-        EmbeddedSignatures read;
+        FileFacts read;
         auto image = host ? Pe::ImageFile::Open(*host) : Pe::Expected<Pe::ImageFile>(Pe::Problem::kCannotOpen);
         if (!image) {
             read.problem = image.Why() == Pe::Problem::kCannotOpen ? TrustResult::kNoSignature : TrustResult::kFileError;
             return read;
         }
+        std::vector<Pe::Algorithm> algorithms{Pe::Algorithm::kSha256};
         const auto layout = image->Headers();
         if (!layout) {
             read.problem = TrustResult::kSubjectFormUnknown;
-            return read;
-        }
-        if (!layout->certificateTable) {
-            read.problem = TrustResult::kNoSignature;
-            return read;
+            return Hashed(read, image->FlatDigest(algorithms));
         }
         // A table Windows could read in another way than this one is no
         // signature; so is any entry but one PKCS#7 SignedData.
-        const auto table = image->CertificateTable(*layout);
+        const auto table = layout->certificateTable ? image->CertificateTable(*layout)
+                                                    : Pe::Expected<std::vector<std::uint8_t>>(std::vector<std::uint8_t>());
         const auto entries = table ? Pe::ListCertificates(*table) : Pe::Expected<std::vector<Pe::CertificateEntry>>(table.Why());
-        if (!entries || entries->size() != 1 || (*entries)[0].revision != Pe::kCertificateRevision2 ||
-            (*entries)[0].type != Pe::kCertificateTypePkcsSignedData) {
+        if (!layout->certificateTable || !entries || entries->size() != 1 ||
+            (*entries)[0].revision != Pe::kCertificateRevision2 || (*entries)[0].type != Pe::kCertificateTypePkcsSignedData) {
             read.problem = TrustResult::kNoSignature;
-            return read;
+            return Hashed(read, image->ImageDigest(*layout, algorithms));
         }
         read.signatures = Authenticode::SignatureSet::Parse((*entries)[0].content);
-        if (!read.signatures) {
-            read.problem = TrustResult::kBadSignature;
-            return read;
-        }
-        std::vector<Pe::Algorithm> algorithms;
-        for (std::size_t i = 0; i < read.signatures->Count(); ++i) {
+        if (!read.signatures) read.problem = TrustResult::kBadSignature;
+        for (std::size_t i = 0; read.signatures && i < read.signatures->Count(); ++i) {
             const auto claimed = read.signatures->Claimed(i);
             const auto algorithm = claimed ? AlgorithmOf(claimed->algorithm) : std::nullopt;
             if (algorithm && std::find(algorithms.begin(), algorithms.end(), *algorithm) == algorithms.end()) {
                 algorithms.push_back(*algorithm);
             }
         }
-        if (algorithms.empty()) return read; // every signature then fails its digest
-        auto digests = image->ImageDigest(*layout, algorithms, *table);
+        return Hashed(read, image->ImageDigest(*layout, algorithms, *table));
+    }
+
+    static FileFacts Hashed(FileFacts& read, Pe::Expected<Pe::Digests>&& digests)
+    {
         if (!digests) {
             read.problem = TrustResult::kFileError;
-            return read;
+            return std::move(read);
         }
         read.digests = std::move(*digests);
-        return read;
+        read.tag = UpperHex(*Find(read.digests, Pe::Algorithm::kSha256));
+        return std::move(read);
     }
 
     EmulatedPc pc_;
     OwnedStore roots_;
     std::filesystem::path catalogs_;
-    EmbeddedSignatures cached_;
+    FileFacts cached_;
     std::filesystem::path cachedPath_;
     std::optional<FileIdentity> cachedIdentity_;
 };
