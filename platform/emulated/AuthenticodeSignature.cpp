@@ -51,6 +51,8 @@ namespace {
 constexpr const char* kIndirectData = "1.3.6.1.4.1.311.2.1.4"; // SPC_INDIRECT_DATA_OBJID
 constexpr const char* kNestedSignature = "1.3.6.1.4.1.311.2.4.1"; // SPC_NESTED_SIGNATURE_OBJID
 constexpr const char* kRfc3161Timestamp = "1.3.6.1.4.1.311.3.3.1"; // SPC_RFC3161_OBJID
+constexpr const char* kCountersignature = "1.2.840.113549.1.9.6"; // szOID_RSA_counterSign
+constexpr const char* kData = "1.2.840.113549.1.7.1"; // szOID_RSA_data
 constexpr std::size_t kMaxNested = 64;
 
 template <typename T, void (*Free)(T*)>
@@ -67,6 +69,7 @@ using OwnedIndirectData = Owned<SpcIndirectDataContent, SpcIndirectDataContent_f
 using OwnedVerifyContext = Owned<TS_VERIFY_CTX, TS_VERIFY_CTX_free>;
 using OwnedTstInfo = Owned<TS_TST_INFO, TS_TST_INFO_free>;
 using OwnedBio = Owned<BIO, BIO_free_all>;
+using OwnedSignerInfo = Owned<PKCS7_SIGNER_INFO, PKCS7_SIGNER_INFO_free>;
 
 void FreeBytes(unsigned char* p) { OPENSSL_free(p); }
 using OwnedBytes = Owned<unsigned char, FreeBytes>;
@@ -144,54 +147,65 @@ bool NoParameters(const X509_ALGOR* algorithm)
     return parameter == nullptr || parameter->type == V_ASN1_NULL;
 }
 
-// Nothing outside what the signature covers may be other than one well-formed
-// reading: versions, the digest algorithm listed, the signature algorithm the
-// key's own.
+// Nothing outside what a signature covers may be other than one well-formed
+// reading: the version, no algorithm parameters, the signature algorithm the
+// key's own and made with the signer's digest.
+bool SignerWellFormed(const PKCS7_SIGNER_INFO* signer, const EVP_PKEY* key)
+{
+    if (ASN1_INTEGER_get(signer->version) != 1 || key == nullptr) return false;
+    if (!NoParameters(signer->digest_alg) || !NoParameters(signer->digest_enc_alg)) return false;
+    const int digest = OBJ_obj2nid(signer->digest_alg->algorithm);
+    const int signature = OBJ_obj2nid(signer->digest_enc_alg->algorithm);
+    int signatureDigest = NID_undef, keyType = NID_undef;
+    if (OBJ_find_sigid_algs(signature, &signatureDigest, &keyType) != 1) keyType = signature, signatureDigest = digest;
+    return keyType == EVP_PKEY_get_base_id(key) && signatureDigest == digest;
+}
+
+// The same for the SignedData around it, which must list the signer's digest
+// algorithm.
 bool WellFormed(const PKCS7* p7, const PKCS7_SIGNER_INFO* signer, const EVP_PKEY* key)
 {
-    if (ASN1_INTEGER_get(p7->d.sign->version) != 1 || ASN1_INTEGER_get(signer->version) != 1) return false;
-    if (!NoParameters(signer->digest_alg) || !NoParameters(signer->digest_enc_alg) || key == nullptr) return false;
+    if (ASN1_INTEGER_get(p7->d.sign->version) != 1 || !SignerWellFormed(signer, key)) return false;
     bool listed = false;
     for (int i = 0; i < sk_X509_ALGOR_num(p7->d.sign->md_algs); ++i) {
         const X509_ALGOR* algorithm = sk_X509_ALGOR_value(p7->d.sign->md_algs, i);
         if (!NoParameters(algorithm)) return false;
         listed |= OBJ_cmp(algorithm->algorithm, signer->digest_alg->algorithm) == 0;
     }
-    const int digest = OBJ_obj2nid(signer->digest_alg->algorithm);
-    const int signature = OBJ_obj2nid(signer->digest_enc_alg->algorithm);
-    int signatureDigest = NID_undef, keyType = NID_undef;
-    if (OBJ_find_sigid_algs(signature, &signatureDigest, &keyType) != 1) keyType = signature, signatureDigest = digest;
-    return listed && keyType == EVP_PKEY_get_base_id(key) && signatureDigest == digest;
+    return listed;
 }
 
 // The signer's signature over its authenticated attributes, which must name
-// the content type and carry the content's digest.
-std::uint32_t CheckSignerSignature(const PKCS7* p7, PKCS7_SIGNER_INFO* signer, X509* certificate, const char* contentType,
-                                   std::span<const std::uint8_t> content)
+// the content type and carry the digest of `content`.
+bool SignsAttributes(PKCS7_SIGNER_INFO* signer, EVP_PKEY* key, const char* contentType, std::span<const std::uint8_t> content)
 {
-    if (sk_X509_ATTRIBUTE_num(signer->auth_attr) <= 0 || !WellFormed(p7, signer, X509_get0_pubkey(certificate))) return TrustResult::kBadSignature;
+    if (sk_X509_ATTRIBUTE_num(signer->auth_attr) <= 0) return false;
     const ASN1_TYPE* type = PKCS7_get_signed_attribute(signer, NID_pkcs9_contentType);
-    if (type == nullptr || type->type != V_ASN1_OBJECT || !IsObject(type->value.object, contentType)) {
-        return TrustResult::kBadSignature;
-    }
+    if (type == nullptr || type->type != V_ASN1_OBJECT || !IsObject(type->value.object, contentType)) return false;
     const EVP_MD* md = EVP_get_digestbyobj(signer->digest_alg->algorithm);
-    if (!SameBytes(PKCS7_digest_from_attributes(signer->auth_attr), Digest(md, content))) return TrustResult::kBadSignature;
+    if (!SameBytes(PKCS7_digest_from_attributes(signer->auth_attr), Digest(md, content))) return false;
 
     unsigned char* encoded = nullptr;
     const int length = ASN1_item_i2d(reinterpret_cast<ASN1_VALUE*>(signer->auth_attr), &encoded, ASN1_ITEM_rptr(PKCS7_ATTR_VERIFY));
     const OwnedBytes attributes(encoded);
     const OwnedDigestContext context(EVP_MD_CTX_new());
-    if (length <= 0 || context == nullptr ||
-        EVP_DigestVerifyInit(context.get(), nullptr, md, nullptr, X509_get0_pubkey(certificate)) != 1 ||
-        EVP_DigestVerify(context.get(), signer->enc_digest->data, static_cast<std::size_t>(signer->enc_digest->length), attributes.get(),
-                         static_cast<std::size_t>(length)) != 1) {
-        return TrustResult::kBadSignature;
-    }
-    return TrustResult::kTrusted;
+    return length > 0 && context != nullptr && EVP_DigestVerifyInit(context.get(), nullptr, md, nullptr, key) == 1 &&
+           EVP_DigestVerify(context.get(), signer->enc_digest->data, static_cast<std::size_t>(signer->enc_digest->length), attributes.get(),
+                            static_cast<std::size_t>(length)) == 1;
+}
+
+std::uint32_t CheckSignerSignature(const PKCS7* p7, PKCS7_SIGNER_INFO* signer, X509* certificate, const char* contentType,
+                                   std::span<const std::uint8_t> content)
+{
+    EVP_PKEY* key = X509_get0_pubkey(certificate);
+    return WellFormed(p7, signer, key) && SignsAttributes(signer, key, contentType, content) ? TrustResult::kTrusted
+                                                                                             : TrustResult::kBadSignature;
 }
 
 // Builds the chain to a trusted root; at a time, or with no time check.
-int VerifyChain(X509* leaf, STACK_OF(X509)* others, X509_STORE* roots, std::optional<std::time_t> at, bool& codeSigning)
+// `usable` tells whether every certificate on it that limits its uses allows
+// `use` (an XKU_ flag), as the Windows chain engine intersects them.
+int VerifyChain(X509* leaf, STACK_OF(X509)* others, X509_STORE* roots, std::optional<std::time_t> at, std::uint32_t use, bool& usable)
 {
     const OwnedStoreContext context(X509_STORE_CTX_new());
     if (context == nullptr || roots == nullptr || X509_STORE_CTX_init(context.get(), roots, leaf, others) != 1) return X509_V_ERR_UNSPECIFIED;
@@ -203,13 +217,12 @@ int VerifyChain(X509* leaf, STACK_OF(X509)* others, X509_STORE* roots, std::opti
     }
     const int verified = X509_verify_cert(context.get());
     const int error = verified == 1 ? X509_V_OK : X509_STORE_CTX_get_error(context.get());
-    // Every certificate that limits its uses must allow code signing.
-    codeSigning = true;
+    usable = true;
     STACK_OF(X509)* chain = X509_STORE_CTX_get0_chain(context.get());
     for (int i = 0; i < sk_X509_num(chain); ++i) {
         X509* certificate = sk_X509_value(chain, i);
-        if ((X509_get_extension_flags(certificate) & EXFLAG_XKUSAGE) != 0 && (X509_get_extended_key_usage(certificate) & XKU_CODE_SIGN) == 0) {
-            codeSigning = false;
+        if ((X509_get_extension_flags(certificate) & EXFLAG_XKUSAGE) != 0 && (X509_get_extended_key_usage(certificate) & use) == 0) {
+            usable = false;
         }
     }
     return error == X509_V_OK && verified != 1 ? X509_V_ERR_UNSPECIFIED : error;
@@ -245,6 +258,38 @@ std::optional<std::time_t> TimestampTime(const PKCS7_SIGNER_INFO* signer, X509_S
         const OwnedTstInfo info(PKCS7_to_TS_TST_INFO(token.get()));
         std::tm time{};
         if (info != nullptr && ASN1_TIME_to_tm(TS_TST_INFO_get_time(info.get()), &time) == 1) return timegm(&time);
+    }
+    return std::nullopt;
+}
+
+// The time of a valid Authenticode timestamp: a PKCS#9 countersignature over
+// the signer's signature octets whose authenticated attributes are
+// contentType (data), signingTime and messageDigest, by a certificate the
+// SignedData carries. That certificate must chain to the trusted roots at its
+// signingTime (an expired timestamping certificate does not end the
+// timestamps it made), and every certificate on the chain that limits its
+// uses must allow timeStamping (1.3.6.1.5.5.7.3.8): otherwise any trusted
+// signer, the code signer itself among them, could vouch for a backdated time.
+std::optional<std::time_t> CountersignatureTime(const PKCS7* p7, const PKCS7_SIGNER_INFO* signer, X509_STORE* roots)
+{
+    const std::span<const std::uint8_t> signature(signer->enc_digest->data, static_cast<std::size_t>(signer->enc_digest->length));
+    for (const auto value : UnsignedValues(signer, kCountersignature)) {
+        const unsigned char* cursor = value.data();
+        const OwnedSignerInfo countersigner(d2i_PKCS7_SIGNER_INFO(nullptr, &cursor, static_cast<long>(value.size())));
+        if (countersigner == nullptr || cursor != value.data() + value.size()) continue;
+        X509* certificate = X509_find_by_issuer_and_serial(p7->d.sign->cert, countersigner->issuer_and_serial->issuer,
+                                                           countersigner->issuer_and_serial->serial);
+        EVP_PKEY* key = certificate == nullptr ? nullptr : X509_get0_pubkey(certificate);
+        if (!SignerWellFormed(countersigner.get(), key) || !SignsAttributes(countersigner.get(), key, kData, signature)) continue;
+        const ASN1_TYPE* signingTime = PKCS7_get_signed_attribute(countersigner.get(), NID_pkcs9_signingTime);
+        std::tm time{};
+        if (signingTime == nullptr || (signingTime->type != V_ASN1_UTCTIME && signingTime->type != V_ASN1_GENERALIZEDTIME) ||
+            ASN1_TIME_to_tm(signingTime->value.utctime, &time) != 1) {
+            continue;
+        }
+        const std::time_t at = timegm(&time);
+        bool timestamping = false;
+        if (VerifyChain(certificate, p7->d.sign->cert, roots, at, XKU_TIMESTAMP, timestamping) == X509_V_OK && timestamping) return at;
     }
     return std::nullopt;
 }
@@ -329,14 +374,15 @@ SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, c
     }
 
     bool codeSigning = true;
-    check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, std::nullopt, codeSigning));
+    check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, std::nullopt, XKU_CODE_SIGN, codeSigning));
     if (check.result == TrustResult::kTrusted && !codeSigning) check.result = TrustResult::kWrongUsage;
     if (check.result == TrustResult::kTrusted) {
-        check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, judgement.now, codeSigning));
+        check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, judgement.now, XKU_CODE_SIGN, codeSigning));
         if (check.result == TrustResult::kExpired) {
             // A timestamp inside every certificate's validity keeps the signature good.
-            if (const auto stamped = TimestampTime(signer, judgement.roots);
-                stamped && VerifyChain(certificate, p7->d.sign->cert, judgement.roots, *stamped, codeSigning) == X509_V_OK) {
+            auto stamped = TimestampTime(signer, judgement.roots);
+            if (!stamped) stamped = CountersignatureTime(p7, signer, judgement.roots);
+            if (stamped && VerifyChain(certificate, p7->d.sign->cert, judgement.roots, *stamped, XKU_CODE_SIGN, codeSigning) == X509_V_OK) {
                 check.result = TrustResult::kTrusted;
             }
         }

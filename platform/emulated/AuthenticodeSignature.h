@@ -26,7 +26,8 @@ struct ClaimedDigest {
 };
 
 // How a signature is judged: the trusted roots, and the time to judge at (a
-// valid timestamp inside the signature can move it back).
+// valid timestamp inside the signature, RFC 3161 or a PKCS#9
+// countersignature, can move it back).
 struct Judgement {
     X509_STORE* roots = nullptr;
     std::time_t now = 0;

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string>
 
 using namespace Tessel::Bridge::Platform;
 using namespace Tessel::Bridge::Platform::Emulated::Authenticode;
@@ -18,6 +19,10 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kIndirectData = "1.3.6.1.4.1.311.2.1.4";
+constexpr std::time_t kInExpiredLeaf = 1593561600; // 2020-07-01, as expired.p7 claims
+
+template <typename T>
+using Ptr = std::unique_ptr<T, void (*)(T*)>;
 
 class AuthenticodeSignature : public ::testing::Test {
 protected:
@@ -41,6 +46,39 @@ protected:
         const auto claimed = set.Claimed(index);
         return set.Judge(index, kIndirectData, [&] { return claimed && (fileDigest == nullptr || claimed->value == *fileDigest); },
                          Judgement{roots.get(), std::time(nullptr)});
+    }
+
+    template <typename T>
+    Ptr<T> Pem(const std::string& file, T* (*read)(BIO*, T**, pem_password_cb*, void*), void (*free)(T*)) const
+    {
+        const Ptr<BIO> in(BIO_new_file((material / file).c_str(), "r"), [](BIO* b) { BIO_free(b); });
+        return {read(in.get(), nullptr, nullptr, nullptr), free};
+    }
+
+    // expired.p7 with a PKCS#9 countersignature at `when` by the first of
+    // `carried` (material names, all added to the certificates), over its
+    // signature octets with the first changed by `skew`.
+    std::vector<std::uint8_t> Countersigned(std::time_t when, const std::vector<std::string>& carried = {"tsa"}, int skew = 0) const
+    {
+        const std::vector<std::uint8_t> der = Read("expired.p7");
+        const unsigned char* cursor = der.data();
+        const Ptr<PKCS7> p7(d2i_PKCS7(nullptr, &cursor, static_cast<long>(der.size())), PKCS7_free);
+        for (const auto& name : carried) PKCS7_add_certificate(p7.get(), Pem(name + ".crt", PEM_read_bio_X509, X509_free).get());
+        PKCS7_SIGNER_INFO* outer = sk_PKCS7_SIGNER_INFO_value(PKCS7_get_signer_info(p7.get()), 0);
+        std::vector<std::uint8_t> stamped(outer->enc_digest->data, outer->enc_digest->data + outer->enc_digest->length);
+        stamped[0] = static_cast<std::uint8_t>(stamped[0] ^ skew);
+
+        const Ptr<PKCS7> stamp(PKCS7_sign(nullptr, nullptr, nullptr, nullptr, PKCS7_PARTIAL), PKCS7_free);
+        PKCS7_SIGNER_INFO* countersigner = PKCS7_sign_add_signer(stamp.get(), Pem(carried[0] + ".crt", PEM_read_bio_X509, X509_free).get(),
+                                                                 Pem(carried[0] + ".key", PEM_read_bio_PrivateKey, EVP_PKEY_free).get(),
+                                                                 EVP_sha256(), PKCS7_NOSMIMECAP);
+        PKCS7_add0_attrib_signing_time(countersigner, ASN1_TIME_set(nullptr, when));
+        const Ptr<BIO> data(BIO_new_mem_buf(stamped.data(), static_cast<int>(stamped.size())), [](BIO* b) { BIO_free(b); });
+        PKCS7_final(stamp.get(), data.get(), PKCS7_BINARY);
+        PKCS7_add_attribute(outer, NID_pkcs9_countersignature, V_ASN1_SEQUENCE,
+                            ASN1_item_pack(countersigner, ASN1_ITEM_rptr(PKCS7_SIGNER_INFO), nullptr));
+        const Ptr<ASN1_STRING> bytes(ASN1_item_pack(p7.get(), ASN1_ITEM_rptr(PKCS7), nullptr), ASN1_STRING_free);
+        return {bytes->data, bytes->data + bytes->length};
     }
 
     fs::path material;
@@ -71,8 +109,7 @@ TEST_F(AuthenticodeSignature, EachSignatureGetsWinVerifyTrustsAnswer)
     const auto check = Judge(*SignatureSet::Parse(Read("signed.p7")), 0);
     ASSERT_TRUE(check.signer);
     EXPECT_EQ(check.signer->subject, L"CN=Kestrel Test leaf");
-    const std::unique_ptr<BIO, decltype(&BIO_free)> pem(BIO_new_file((material / "leaf.crt").c_str(), "r"), &BIO_free);
-    const std::unique_ptr<X509, decltype(&X509_free)> leaf(PEM_read_bio_X509(pem.get(), nullptr, nullptr, nullptr), &X509_free);
+    const auto leaf = Pem("leaf.crt", PEM_read_bio_X509, X509_free);
     const ASN1_BIT_STRING* key = X509_get0_pubkey_bitstr(leaf.get());
     EXPECT_EQ(check.signer->publicKey, std::vector<std::uint8_t>(key->data, key->data + key->length));
 }
@@ -93,6 +130,28 @@ TEST_F(AuthenticodeSignature, ANestedSignatureIsTheSecondIndex)
     // Each is judged on its own digest: the primary's SHA-1 fails as a SHA-256.
     const std::vector<std::uint8_t> sha256 = set->Claimed(1)->value;
     EXPECT_EQ(Judge(*set, 0, &sha256).result, TrustResult::kBadDigest);
+}
+
+TEST_F(AuthenticodeSignature, OnlyAValidCountersignatureMovesTheTime)
+{
+    const std::pair<std::vector<std::uint8_t>, std::uint32_t> rows[] = {
+        {Countersigned(kInExpiredLeaf), TrustResult::kTrusted},
+        {Countersigned(kInExpiredLeaf, {"expired-tsa"}), TrustResult::kTrusted},
+        {Countersigned(kInExpiredLeaf + 365 * 86400), TrustResult::kExpired},
+        {Countersigned(kInExpiredLeaf, {"tsa"}, 0x01), TrustResult::kExpired},
+        {Countersigned(kInExpiredLeaf, {"untrusted-tsa", "other-root"}), TrustResult::kExpired},
+        // The code signer, trusted but not for timestamps, vouching for its own time.
+        {Countersigned(kInExpiredLeaf, {"expired"}), TrustResult::kExpired},
+    };
+    for (std::size_t row = 0; row < std::size(rows); ++row) {
+        EXPECT_EQ(Judge(SignatureSet::Parse(rows[row].first).value(), 0).result, rows[row].second) << row;
+    }
+    for (std::size_t i = 0; i < rows[0].first.size(); ++i) {
+        std::vector<std::uint8_t> bytes = rows[0].first;
+        bytes[i] = static_cast<std::uint8_t>(bytes[i] ^ 0x01);
+        const auto set = SignatureSet::Parse(bytes);
+        EXPECT_TRUE(!set || Judge(*set, 0).result != TrustResult::kTrusted) << "byte " << i;
+    }
 }
 
 TEST_F(AuthenticodeSignature, NoChangedOrCutSignatureIsTrusted)

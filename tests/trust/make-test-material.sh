@@ -139,4 +139,9 @@ if [[ $big == yes ]]; then
   src=$tmp/big-unsigned.exe sign "$out/big.exe" leaf
 fi
 
+# For countersignatures the signature tests make: a timestamping certificate
+# that does not chain to the test root, and one that has expired since 2020.
+cert untrusted-tsa other-root 20190101000000Z "$ca_end" critical,timeStamping
+cert expired-tsa   root       20190101000000Z 20210101000000Z critical,timeStamping
+
 echo "make-test-material: wrote $(ls "$out" | wc -l) files to $out"
