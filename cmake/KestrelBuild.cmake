@@ -41,6 +41,20 @@ if(DEFINED KESTREL_DLLTOOL_MACHINE)
     string(APPEND CMAKE_CXX_STANDARD_LIBRARIES " \"${_kestrel_locale_lib}\"")
 endif()
 
+# WinTrust's import library. Zig's copy of mingw-w64 has one for x86 and x64
+# only; for ARM64 one is made for the exports the platform layer calls.
+set(KESTREL_WINTRUST_LIBRARY wintrust)
+if(WIN32 AND DEFINED KESTREL_DLLTOOL_MACHINE AND CMAKE_SYSTEM_PROCESSOR STREQUAL "ARM64")
+    set(KESTREL_WINTRUST_LIBRARY "${CMAKE_BINARY_DIR}/libwintrust.a")
+    execute_process(
+        COMMAND "${KESTREL_LLVM_DLLTOOL}" -m ${KESTREL_DLLTOOL_MACHINE}
+                -d "${PROJECT_SOURCE_DIR}/cmake/zig/wintrust.def" -l "${KESTREL_WINTRUST_LIBRARY}"
+        RESULT_VARIABLE _kestrel_dlltool_result)
+    if(NOT _kestrel_dlltool_result EQUAL 0)
+        message(FATAL_ERROR "llvm-dlltool could not make ${KESTREL_WINTRUST_LIBRARY}")
+    endif()
+endif()
+
 # A Windows program of ours: an application manifest that makes the narrow
 # command line UTF-8, and a version resource.
 function(kestrel_windows_resources target description)

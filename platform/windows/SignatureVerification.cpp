@@ -1,0 +1,320 @@
+#include "platform/SignatureVerification.h"
+
+#include "platform/windows/TrustDeclarations.h"
+#include "platform/windows/UniqueHandle.h"
+
+#include <windows.h>
+
+#include <cwchar>
+#include <stdexcept>
+#include <system_error>
+
+namespace Tessel::Bridge::Platform {
+namespace {
+
+using Windows::UniqueHandle;
+using Windows::UniqueResource;
+
+constexpr DWORD kSubjectNameFlags = CERT_X500_NAME_STR | CERT_NAME_STR_NO_QUOTING_FLAG | CERT_NAME_STR_CRLF_FLAG;
+static_assert(kSubjectNameFlags == 0x18000003);
+
+bool IsAccepted(std::uint32_t result)
+{
+    return result == TrustResult::kTrusted || result == TrustResult::kUntrustedRoot || result == TrustResult::kExpired;
+}
+
+std::uint32_t HresultFromError(DWORD error)
+{
+    return static_cast<std::uint32_t>(HRESULT_FROM_WIN32(error));
+}
+
+// The Windows 8 catalog functions have no import library (Microsoft's
+// documentation says to look them up); wintrust.dll is loaded already, as the
+// program imports WinVerifyTrust from it.
+class CatalogFunctions {
+public:
+    static const CatalogFunctions& Get()
+    {
+        static const CatalogFunctions functions;
+        return functions;
+    }
+
+    Windows::CryptCatAdminAcquireContext2Function acquireContext = nullptr;
+    Windows::CryptCatAdminCalcHashFromFileHandle2Function calcHashFromFileHandle = nullptr;
+
+private:
+    CatalogFunctions()
+    {
+        const HMODULE wintrust = ::GetModuleHandleW(L"wintrust.dll");
+        if (wintrust == nullptr) return;
+        acquireContext = Find<Windows::CryptCatAdminAcquireContext2Function>(wintrust, "CryptCATAdminAcquireContext2");
+        calcHashFromFileHandle =
+            Find<Windows::CryptCatAdminCalcHashFromFileHandle2Function>(wintrust, "CryptCATAdminCalcHashFromFileHandle2");
+    }
+
+    template <typename Function>
+    static Function Find(HMODULE module, const char* name)
+    {
+        const FARPROC found = ::GetProcAddress(module, name);
+        // Through void(*)(): the one function type any function pointer converts from without a warning.
+        return found == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(found));
+    }
+};
+
+struct CatalogAdminTraits {
+    using Type = HCATADMIN;
+    static Type Empty() noexcept { return nullptr; }
+    static bool IsValid(Type admin) noexcept { return admin != nullptr; }
+    static void Close(Type admin) noexcept { ::CryptCATAdminReleaseContext(admin, 0); }
+};
+
+using UniqueCatalogAdmin = UniqueResource<CatalogAdminTraits>;
+
+// A catalog found through an administrator context, given back through it.
+class UniqueCatalogContext {
+public:
+    UniqueCatalogContext(HCATADMIN admin, HCATINFO catalog) noexcept : admin_(admin), catalog_(catalog) {}
+    ~UniqueCatalogContext()
+    {
+        if (catalog_ != nullptr) ::CryptCATAdminReleaseCatalogContext(admin_, catalog_, 0);
+    }
+    UniqueCatalogContext(const UniqueCatalogContext&) = delete;
+    UniqueCatalogContext& operator=(const UniqueCatalogContext&) = delete;
+
+    HCATINFO Get() const noexcept { return catalog_; }
+
+private:
+    HCATADMIN admin_;
+    HCATINFO catalog_;
+};
+
+// An administrator context that hashes files with SHA-256, as the catalogs of
+// current Windows list them; on failure, the reason in `error`.
+UniqueCatalogAdmin AcquireSha256Admin(DWORD& error)
+{
+    const auto acquire = CatalogFunctions::Get().acquireContext;
+    if (acquire == nullptr) {
+        error = ERROR_PROC_NOT_FOUND;
+        return {};
+    }
+    UniqueCatalogAdmin admin;
+    if (!acquire(admin.Put(), nullptr, L"SHA256", nullptr, 0)) {
+        error = ::GetLastError();
+        return {};
+    }
+    return admin;
+}
+
+std::wstring SubjectText(CERT_NAME_BLOB& subject)
+{
+    const DWORD size = ::CertNameToStrW(X509_ASN_ENCODING, &subject, kSubjectNameFlags, nullptr, 0);
+    if (size == 0) return {};
+    std::wstring text(size, L'\0');
+    const DWORD written = ::CertNameToStrW(X509_ASN_ENCODING, &subject, kSubjectNameFlags, text.data(), size);
+    // Both counts include the terminating zero.
+    text.resize(written == 0 ? 0 : written - 1);
+    return text;
+}
+
+// The first signer's own certificate in WinVerifyTrust's state.
+std::optional<Signer> SignerOf(HANDLE state)
+{
+    CRYPT_PROVIDER_DATA* provider = ::WTHelperProvDataFromStateData(state);
+    if (provider == nullptr) return std::nullopt;
+    CRYPT_PROVIDER_SGNR* signer = ::WTHelperGetProvSignerFromChain(provider, 0, FALSE, 0);
+    if (signer == nullptr) return std::nullopt;
+    const CRYPT_PROVIDER_CERT* certificate = ::WTHelperGetProvCertFromChain(signer, 0);
+    if (certificate == nullptr || certificate->pCert == nullptr || certificate->pCert->pCertInfo == nullptr) {
+        return std::nullopt;
+    }
+    CERT_INFO& info = *certificate->pCert->pCertInfo;
+    const CRYPT_BIT_BLOB& key = info.SubjectPublicKeyInfo.PublicKey;
+    Signer result;
+    result.subject = SubjectText(info.Subject);
+    if (key.pbData != nullptr) result.publicKey.assign(key.pbData, key.pbData + key.cbData);
+    return result;
+}
+
+// One WinVerifyTrust pass over signature `index` of a file or of a catalog
+// member. The state it leaves is closed when this ends, also by an exception.
+class TrustVerification {
+public:
+    TrustVerification(WINTRUST_FILE_INFO& file, std::uint32_t index) noexcept : TrustVerification(WTD_CHOICE_FILE, index)
+    {
+        data_.pFile = &file;
+    }
+
+    TrustVerification(WINTRUST_CATALOG_INFO& catalog, std::uint32_t index) noexcept
+        : TrustVerification(WTD_CHOICE_CATALOG, index)
+    {
+        data_.pCatalog = &catalog;
+    }
+
+    ~TrustVerification()
+    {
+        if (!verified_) return;
+        data_.dwStateAction = WTD_STATEACTION_CLOSE;
+        ::WinVerifyTrust(nullptr, &action_, &data_);
+    }
+
+    TrustVerification(const TrustVerification&) = delete;
+    TrustVerification& operator=(const TrustVerification&) = delete;
+
+    SignatureCheck Run()
+    {
+        data_.dwStateAction = WTD_STATEACTION_VERIFY;
+        verified_ = true;
+        SignatureCheck check;
+        check.result = static_cast<std::uint32_t>(::WinVerifyTrust(nullptr, &action_, &data_));
+        check.secondarySignatures = settings_.cSecondarySigs;
+        if (IsAccepted(check.result)) check.signer = SignerOf(data_.hWVTStateData);
+        return check;
+    }
+
+private:
+    TrustVerification(DWORD unionChoice, std::uint32_t index) noexcept
+    {
+        settings_.cbStruct = sizeof settings_;
+        settings_.dwIndex = index;
+        settings_.dwFlags = Windows::kWssVerifySpecific | Windows::kWssGetSecondarySigCount;
+        data_.cbStruct = sizeof data_;
+        data_.dwUIChoice = WTD_UI_NONE;
+        data_.fdwRevocationChecks = WTD_REVOKE_NONE;
+        data_.dwUnionChoice = unionChoice;
+        data_.pSignatureSettings = &settings_;
+    }
+
+    GUID action_ = WINTRUST_ACTION_GENERIC_VERIFY_V2;
+    Windows::WintrustSignatureSettings settings_{};
+    Windows::WintrustData data_{};
+    bool verified_ = false;
+};
+
+std::wstring UpperHex(const std::vector<BYTE>& bytes)
+{
+    static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
+    std::wstring text;
+    text.reserve(bytes.size() * 2);
+    for (const BYTE byte : bytes) {
+        text.push_back(kDigits[byte >> 4]);
+        text.push_back(kDigits[byte & 0x0F]);
+    }
+    return text;
+}
+
+class WinTrustSignatureVerifier final : public ISignatureVerifier {
+public:
+    SignatureCheck VerifyEmbedded(const std::wstring& path, std::uint32_t index) override
+    {
+        WINTRUST_FILE_INFO file{};
+        file.cbStruct = sizeof file;
+        file.pcwszFilePath = path.c_str();
+        TrustVerification verification(file, index);
+        return verification.Run();
+    }
+
+    SignatureCheck VerifyThroughCatalog(const CatalogMembership& catalog, const std::wstring& path,
+                                        std::uint32_t index) override
+    {
+        DWORD error = ERROR_SUCCESS;
+        const UniqueCatalogAdmin admin = AcquireSha256Admin(error);
+        if (!admin) {
+            SignatureCheck check;
+            check.result = HresultFromError(error);
+            return check;
+        }
+        WINTRUST_CATALOG_INFO info{};
+        info.cbStruct = sizeof info;
+        info.pcwszCatalogFilePath = catalog.catalogPath.c_str();
+        info.pcwszMemberTag = catalog.memberTag.c_str();
+        info.pcwszMemberFilePath = path.c_str();
+        info.hCatAdmin = admin.Get();
+        // Declared after the context, so the state is closed before the context goes.
+        TrustVerification verification(info, index);
+        return verification.Run();
+    }
+
+    std::optional<CatalogMembership> FindCatalog(const std::wstring& path, std::uint32_t& error) override
+    {
+        DWORD failure = ERROR_SUCCESS;
+        std::optional<CatalogMembership> found = Find(path, failure);
+        error = failure;
+        return found;
+    }
+
+private:
+    static std::optional<CatalogMembership> Find(const std::wstring& path, DWORD& error)
+    {
+        const UniqueCatalogAdmin admin = AcquireSha256Admin(error);
+        if (!admin) return std::nullopt;
+
+        const UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!file) {
+            error = ::GetLastError();
+            return std::nullopt;
+        }
+        const auto calcHash = CatalogFunctions::Get().calcHashFromFileHandle;
+        if (calcHash == nullptr) {
+            error = ERROR_PROC_NOT_FOUND;
+            return std::nullopt;
+        }
+        // The first call gives the size only.
+        DWORD size = 0;
+        calcHash(admin.Get(), file.Get(), &size, nullptr, 0);
+        if (size == 0) {
+            error = ::GetLastError();
+            return std::nullopt;
+        }
+        std::vector<BYTE> hash(size);
+        if (!calcHash(admin.Get(), file.Get(), &size, hash.data(), 0)) {
+            error = ::GetLastError();
+            return std::nullopt;
+        }
+        hash.resize(size);
+
+        const UniqueCatalogContext catalog(admin.Get(),
+                                           ::CryptCATAdminEnumCatalogFromHash(admin.Get(), hash.data(), size, 0, nullptr));
+        if (catalog.Get() == nullptr) {
+            error = ::GetLastError();
+            return std::nullopt;
+        }
+        CATALOG_INFO info{};
+        info.cbStruct = sizeof info;
+        if (!::CryptCATCatalogInfoFromContext(catalog.Get(), &info, 0)) {
+            error = ::GetLastError();
+            return std::nullopt;
+        }
+        error = ERROR_SUCCESS;
+        return CatalogMembership{std::wstring(info.wszCatalogFile, ::wcsnlen(info.wszCatalogFile, MAX_PATH)), UpperHex(hash)};
+    }
+};
+
+} // namespace
+
+std::vector<std::uint8_t> Sha256Of(std::span<const std::uint8_t> bytes)
+{
+    std::vector<std::uint8_t> digest(32);
+    DWORD size = static_cast<DWORD>(digest.size());
+    if (!::CryptHashCertificate2(L"SHA256", 0, nullptr, bytes.data(), static_cast<DWORD>(bytes.size()), digest.data(), &size) ||
+        size != digest.size()) {
+        throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), "CryptHashCertificate2");
+    }
+    return digest;
+}
+
+std::unique_ptr<ISignatureVerifier> CreateSignatureVerifier()
+{
+    return std::make_unique<WinTrustSignatureVerifier>();
+}
+
+std::unique_ptr<ISignatureVerifier> CreateSignatureVerifier(const TrustSources& sources)
+{
+    if (!sources.roots.empty() || !sources.catalogs.empty()) {
+        throw std::invalid_argument("on Windows the system's trusted roots and catalog database are used; "
+                                    "--roots and --catalogs are for other systems");
+    }
+    return CreateSignatureVerifier();
+}
+
+} // namespace Tessel::Bridge::Platform
