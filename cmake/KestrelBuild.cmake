@@ -74,8 +74,10 @@ function(kestrel_windows_resources target description)
 endfunction()
 
 # Checks of a built Windows program that need no Windows: machine type,
-# console subsystem, the UTF-8 manifest, and no runtime DLLs to ship.
+# console subsystem, the UTF-8 manifest, and no runtime DLLs to ship; with
+# EXPORTS_SECURITY also the security library's exports.
 function(kestrel_add_program_checks target)
+    cmake_parse_arguments(PARSE_ARGV 1 check "EXPORTS_SECURITY" "" "")
     find_program(KESTREL_LLVM_READOBJ NAMES llvm-readobj-14 llvm-readobj REQUIRED)
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "ARM64")
         set(machine "IMAGE_FILE_MACHINE_ARM64")
@@ -87,5 +89,6 @@ function(kestrel_add_program_checks target)
             -DPROGRAM=$<TARGET_FILE:${target}>
             -DREADOBJ=${KESTREL_LLVM_READOBJ}
             -DMACHINE=${machine}
+            -DEXPORTS_SECURITY=${check_EXPORTS_SECURITY}
             -P "${PROJECT_SOURCE_DIR}/cmake/CheckWindowsProgram.cmake")
 endfunction()
