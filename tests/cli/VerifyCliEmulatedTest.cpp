@@ -42,7 +42,7 @@ TEST_F(VerifyCli, GivesWindowsCodesAndTrustForEachFile)
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(reinterpret_cast<const unsigned char*>(key.out.data()), key.out.size(), digest);
     EXPECT_EQ(good.out, (material / "signed.exe").string() + ": trusted by Windows\n  embedded 0: 0x00000000 key=" +
-                            Hex(digest, sizeof digest) + " subject=CN=Kestrel Test leaf\n");
+                            Hex(digest, sizeof digest) + " subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf\n");
 
     const struct {
         const char* file;
@@ -55,7 +55,7 @@ TEST_F(VerifyCli, GivesWindowsCodesAndTrustForEachFile)
         {"wrongpurpose.exe", "  embedded 0: 0x800B0110\n", false},
         {"expired.exe", "  embedded 0: 0x800B0101 key=[0-9a-f]{64} subject=CN=Kestrel Test expired\n", true},
         {"expired-ts.exe", "  embedded 0: 0x00000000 key=[0-9a-f]{64} subject=CN=Kestrel Test expired\n", true},
-        {"nested.exe", "(  embedded [01]: 0x00000000 key=[0-9a-f]{64} subject=CN=Kestrel Test leaf\n){2}", true},
+        {"nested.exe", "(  embedded [01]: 0x00000000 key=[0-9a-f]{64} subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf\n){2}", true},
     };
     for (const auto& c : cases) {
         const ProcessResult result = VerifyWithRoot(c.file);
@@ -93,7 +93,7 @@ TEST_F(VerifyCli, TrustsOnlyThePcsRootsAndCatalogs)
     EXPECT_EQ(listed.exitStatus, 0) << listed.err;
     EXPECT_TRUE(std::regex_match(listed.out, std::regex("C:\\\\Tools\\\\App.exe: trusted by Windows\n"
                                                         "  catalog .*/catalogs/tools.cat lists " + tag + "\n"
-                                                        "  catalog 0: 0x00000000 key=[0-9a-f]{64} subject=CN=Kestrel Test leaf\n"
+                                                        "  catalog 0: 0x00000000 key=[0-9a-f]{64} subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf\n"
                                                         "  embedded 0: 0x800B0100\n")))
         << listed.out;
     // Another catalog folder on the command line replaces the PC's.

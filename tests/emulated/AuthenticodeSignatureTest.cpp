@@ -108,7 +108,7 @@ TEST_F(AuthenticodeSignature, EachSignatureGetsWinVerifyTrustsAnswer)
     // The leaf's subject and the key bytes of its certificate.
     const auto check = Judge(*SignatureSet::Parse(Read("signed.p7")), 0);
     ASSERT_TRUE(check.signer);
-    EXPECT_EQ(check.signer->subject, L"CN=Kestrel Test leaf");
+    EXPECT_EQ(check.signer->subject, L"C=US\r\nS=Washington\r\nL=Redmond\r\nO=Kestrel Test\r\nOU=Release\r\nCN=Kestrel Test leaf");
     const auto leaf = Pem("leaf.crt", PEM_read_bio_X509, X509_free);
     const ASN1_BIT_STRING* key = X509_get0_pubkey_bitstr(leaf.get());
     EXPECT_EQ(check.signer->publicKey, std::vector<std::uint8_t>(key->data, key->data + key->length));

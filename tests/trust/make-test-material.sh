@@ -36,7 +36,13 @@ rand_serial = yes
 default_md = sha256
 policy = pol
 unique_subject = no
+preserve = yes
 [pol]
+countryName = optional
+stateOrProvinceName = optional
+localityName = optional
+organizationName = optional
+organizationalUnitName = optional
 commonName = supplied
 EOF
 
@@ -51,7 +57,7 @@ cert() {
   fi >"$tmp/ext"
   printf 'subjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\n' >>"$tmp/ext"
   run openssl req -new -newkey rsa:2048 -nodes -keyout "$out/$name.key" \
-    -subj "/CN=Kestrel Test $name" -out "$tmp/$name.csr"
+    -subj "${subject:-/CN=Kestrel Test $name}" -out "$tmp/$name.csr"
   if [[ $issuer == self ]]; then
     sign=(-selfsign -keyfile "$out/$name.key")
   else
@@ -65,6 +71,8 @@ cert() {
 cert root         self         20150101000000Z "$ca_end" ca
 cert intermediate root         20150101000000Z "$ca_end" ca
 cert tsa          root         20190101000000Z "$ca_end" critical,timeStamping
+# The leaf's subject has several parts, in the order they are encoded.
+subject="/C=US/ST=Washington/L=Redmond/O=Kestrel Test/OU=Release/CN=Kestrel Test leaf" \
 cert leaf         intermediate "$past" "$end10" codeSigning
 cert expired      intermediate 20200101000000Z 20210101000000Z codeSigning
 cert notyet       intermediate "$(utc '+1 year')" "$(utc '+11 years')" codeSigning

@@ -70,7 +70,7 @@ TEST_F(SignatureVerificationWine, ASignedFileGivesItsLeafsSubjectAndKey)
     EXPECT_TRUE(Accepted(check.result)) << std::hex << check.result;
     EXPECT_EQ(check.secondarySignatures, 0u);
     ASSERT_TRUE(check.signer);
-    EXPECT_EQ(check.signer->subject, L"CN=Kestrel Test leaf");
+    EXPECT_EQ(check.signer->subject, L"C=US\r\nS=Washington\r\nL=Redmond\r\nO=Kestrel Test\r\nOU=Release\r\nCN=Kestrel Test leaf");
     const std::vector<std::uint8_t> key = LeafKey();
     ASSERT_FALSE(key.empty());
     EXPECT_EQ(check.signer->publicKey, key);
@@ -120,7 +120,7 @@ TEST_F(SignatureVerificationWine, KestrelVerifyPrintsWinTrustsAnswers)
     for (const std::uint8_t byte : Sha256Of(LeafKey())) fingerprint += "0123456789abcdef"[byte >> 4], fingerprint += "0123456789abcdef"[byte & 15];
     const std::string end(KestrelTest::kLineEnd);
     EXPECT_EQ(result.out, signedFile + ": trusted by Windows" + end + "  embedded 0: 0x00000000 key=" + fingerprint +
-                              " subject=CN=Kestrel Test leaf" + end + unsignedFile + ": not trusted by Windows" + end +
+                              " subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf" + end + unsignedFile + ": not trusted by Windows" + end +
                               "  embedded 0: 0x800B0100" + end);
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(KestrelTest::RunProcess(KestrelTest::BuiltProgram("KestrelVerify"), {"--roots", "root.crt", signedFile}).exitStatus, 2);
