@@ -83,7 +83,7 @@ TEST_F(SignatureVerifier, NoChangedByteOrCutOfASignedFileIsTrusted)
     const std::string bytes = ReadFileBytes(signedFile);
     const std::size_t size = bytes.size();
     // PE32+: the CheckSum field, which the digest leaves out, at e_lfanew + 24 + 64.
-    const std::size_t lfanew = static_cast<std::uint8_t>(bytes[0x3C]) | static_cast<std::uint8_t>(bytes[0x3D]) << 8;
+    const std::size_t lfanew = std::size_t{static_cast<std::uint8_t>(bytes[0x3C])} | std::size_t{static_cast<std::uint8_t>(bytes[0x3D])} << 8;
     const std::size_t checksum = lfanew + 24 + 64;
 
     // Every byte of the headers and of the signature at the end, every 37th
