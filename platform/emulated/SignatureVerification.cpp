@@ -307,6 +307,10 @@ std::unique_ptr<ISignatureVerifier> Create(const TrustSources& sources)
     if (catalogs.empty() && !Member(trust, "catalogs").is_null()) {
         catalogs = HostPathFromState(pc, Member(trust, "catalogs"), "/trust/catalogs");
     }
+    // A drive the file maps to no folder is reported now, not at the first path on it.
+    for (const auto& [drive, folder] : Member(state, "drives").items()) {
+        if (!folder.is_null()) HostPathFromState(pc, folder, ("/drives/" + drive).c_str());
+    }
     return std::make_unique<EmulatedSignatureVerifier>(std::move(pc), LoadRoots(roots), std::move(catalogs));
 }
 

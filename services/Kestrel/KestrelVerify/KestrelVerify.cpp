@@ -120,17 +120,19 @@ int RunKestrelVerify(int argc, const char* const argv[], const VerifierFactory& 
         return kBadUsage;
     }
 
-    std::unique_ptr<Platform::ISignatureVerifier> verifier;
+    // Trust sources that cannot be used (an unreadable roots file, a
+    // malformed emulated PC) end the run before a verdict.
     try {
-        verifier = createVerifier(sources);
+        const std::unique_ptr<Platform::ISignatureVerifier> verifier = createVerifier(sources);
+        bool allTrusted = true;
+        for (const std::wstring& file : files) allTrusted = VerifyFile(*verifier, file, out) && allTrusted;
+        out.flush();
+        return allTrusted ? kAllTrusted : kNotAllTrusted;
     } catch (const std::exception& e) {
+        out.flush();
         err << L"KestrelVerify: " << Platform::WideFromUtf8(e.what()) << L'\n';
         return kBadUsage;
     }
-    bool allTrusted = true;
-    for (const std::wstring& file : files) allTrusted = VerifyFile(*verifier, file, out) && allTrusted;
-    out.flush();
-    return allTrusted ? kAllTrusted : kNotAllTrusted;
 }
 
 } // namespace Tessel::Bridge::Server::Services::Kestrel
