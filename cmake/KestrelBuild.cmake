@@ -27,32 +27,31 @@ if(WIN32)
         UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 WINVER=0x0A00)
 endif()
 
+# An import library made from cmake/zig/<def_name>.def for Zig's runtime,
+# whose copy of mingw-w64 lacks some.
+function(kestrel_zig_import_library def_name library)
+    execute_process(
+        COMMAND "${KESTREL_LLVM_DLLTOOL}" -m ${KESTREL_DLLTOOL_MACHINE}
+                -d "${PROJECT_SOURCE_DIR}/cmake/zig/${def_name}.def" -l "${library}"
+        RESULT_VARIABLE result)
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "llvm-dlltool could not make ${library}")
+    endif()
+endfunction()
+
 # Zig's msvcrt import library lacks _create_locale and _free_locale, which
 # libc++ needs; an import library for those two exports is linked last.
 if(DEFINED KESTREL_DLLTOOL_MACHINE)
-    set(_kestrel_locale_lib "${CMAKE_BINARY_DIR}/libmsvcrt_locale.a")
-    execute_process(
-        COMMAND "${KESTREL_LLVM_DLLTOOL}" -m ${KESTREL_DLLTOOL_MACHINE}
-                -d "${PROJECT_SOURCE_DIR}/cmake/zig/msvcrt-locale.def" -l "${_kestrel_locale_lib}"
-        RESULT_VARIABLE _kestrel_dlltool_result)
-    if(NOT _kestrel_dlltool_result EQUAL 0)
-        message(FATAL_ERROR "llvm-dlltool could not make ${_kestrel_locale_lib}")
-    endif()
-    string(APPEND CMAKE_CXX_STANDARD_LIBRARIES " \"${_kestrel_locale_lib}\"")
+    kestrel_zig_import_library(msvcrt-locale "${CMAKE_BINARY_DIR}/libmsvcrt_locale.a")
+    string(APPEND CMAKE_CXX_STANDARD_LIBRARIES " \"${CMAKE_BINARY_DIR}/libmsvcrt_locale.a\"")
 endif()
 
-# WinTrust's import library. Zig's copy of mingw-w64 has one for x86 and x64
-# only; for ARM64 one is made for the exports the platform layer calls.
+# WinTrust's import library: Zig has one for x86 and x64 only; for ARM64 one
+# is made for the exports the platform layer calls.
 set(KESTREL_WINTRUST_LIBRARY wintrust)
 if(WIN32 AND DEFINED KESTREL_DLLTOOL_MACHINE AND CMAKE_SYSTEM_PROCESSOR STREQUAL "ARM64")
     set(KESTREL_WINTRUST_LIBRARY "${CMAKE_BINARY_DIR}/libwintrust.a")
-    execute_process(
-        COMMAND "${KESTREL_LLVM_DLLTOOL}" -m ${KESTREL_DLLTOOL_MACHINE}
-                -d "${PROJECT_SOURCE_DIR}/cmake/zig/wintrust.def" -l "${KESTREL_WINTRUST_LIBRARY}"
-        RESULT_VARIABLE _kestrel_dlltool_result)
-    if(NOT _kestrel_dlltool_result EQUAL 0)
-        message(FATAL_ERROR "llvm-dlltool could not make ${KESTREL_WINTRUST_LIBRARY}")
-    endif()
+    kestrel_zig_import_library(wintrust "${KESTREL_WINTRUST_LIBRARY}")
 endif()
 
 # A Windows program of ours: an application manifest that makes the narrow
