@@ -1,6 +1,7 @@
 // Security catalogs read back from catalogs signed here.
 #include "platform/emulated/SecurityCatalog.h"
 #include "support/CatalogBuilder.h"
+#include "support/TrustMaterial.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +18,8 @@ const std::wstring kLowerAsUpper = L"C0FFEE00C0FFEE00C0FFEE00C0FFEE00C0FFEE00C0F
 
 std::vector<std::uint8_t> Signed(const std::vector<std::uint8_t>& list, const char* type = Catalog::kCtlOid)
 {
-    static const KestrelTest::CatalogSigner signer = KestrelTest::ThrowawaySigner();
+    static const KestrelTest::CatalogSigner signer =
+        KestrelTest::SignerFromPem(KestrelTest::TrustMaterial() / "leaf.crt", KestrelTest::TrustMaterial() / "leaf.key");
     return KestrelTest::SignedDataDer(type, list, signer);
 }
 

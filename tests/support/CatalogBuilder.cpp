@@ -109,27 +109,6 @@ std::unique_ptr<BIO, BioFree> OpenPem(const std::filesystem::path& path)
 
 } // namespace
 
-CatalogSigner ThrowawaySigner()
-{
-    CatalogSigner signer;
-    char curve[] = "P-256"; // EVP_EC_gen's cast would drop const from a literal
-    signer.key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve));
-    signer.certificate.reset(X509_new());
-    X509* certificate = signer.certificate.get();
-    Check(signer.key && certificate, "new key");
-    X509_NAME* name = X509_get_subject_name(certificate);
-    const auto* commonName = reinterpret_cast<const unsigned char*>("Kestrel Throwaway Catalog Signer");
-    Check(X509_set_version(certificate, X509_VERSION_3) == 1 &&
-              ASN1_INTEGER_set(X509_get_serialNumber(certificate), 1) == 1 &&
-              X509_gmtime_adj(X509_getm_notBefore(certificate), -3600) != nullptr &&
-              X509_gmtime_adj(X509_getm_notAfter(certificate), 86400L * 30) != nullptr &&
-              X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, commonName, -1, -1, 0) == 1 &&
-              X509_set_issuer_name(certificate, name) == 1 && X509_set_pubkey(certificate, signer.key.get()) == 1 &&
-              X509_sign(certificate, signer.key.get(), EVP_sha256()) > 0,
-          "self-signed certificate");
-    return signer;
-}
-
 CatalogSigner SignerFromPem(const std::filesystem::path& certificatePem, const std::filesystem::path& keyPem,
                             const std::filesystem::path& chainPem)
 {

@@ -29,9 +29,6 @@ struct CatalogSigner {
     std::vector<OwnedX509> chain;
 };
 
-// A P-256 key with a self-signed certificate for it, made now.
-CatalogSigner ThrowawaySigner();
-
 // A signer from PEM files; chainPem may hold several certificates, or be empty.
 CatalogSigner SignerFromPem(const std::filesystem::path& certificatePem, const std::filesystem::path& keyPem,
                             const std::filesystem::path& chainPem = {});
