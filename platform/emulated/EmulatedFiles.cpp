@@ -58,7 +58,8 @@ State BuiltInDrives()
 
 State BuiltInTrust()
 {
-    return State{{"roots", nullptr}, {"catalogs", "catalogs"}};
+    // No "roots" member: a null in the file removes a built-in one.
+    return State{{"catalogs", "catalogs"}};
 }
 
 std::filesystem::path HostPathFromState(const EmulatedPc& pc, const State& value, const char* pointer)
