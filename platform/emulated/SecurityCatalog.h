@@ -23,6 +23,8 @@
 //
 // The structures are OpenSSL ASN.1 items, so that OpenSSL both reads them and
 // (for tests) writes them.
+#include "platform/emulated/AuthenticodeSignature.h"
+
 #include <openssl/asn1.h>
 #include <openssl/pkcs7.h>
 #include <openssl/safestack.h>
@@ -66,10 +68,7 @@ struct CertificateTrustList {
 DECLARE_ASN1_FUNCTIONS(TrustedSubject)
 DECLARE_ASN1_FUNCTIONS(CertificateTrustList)
 
-struct Pkcs7Free {
-    void operator()(PKCS7* p) const noexcept { PKCS7_free(p); }
-};
-using OwnedPkcs7 = std::unique_ptr<PKCS7, Pkcs7Free>;
+using Authenticode::OwnedPkcs7;
 
 struct CertificateTrustListFree {
     void operator()(CertificateTrustList* p) const noexcept { CertificateTrustList_free(p); }

@@ -2,6 +2,8 @@
 // signatures through the PC's catalogs, judged against the PC's roots.
 #include "platform/SignatureVerification.h"
 
+#include "platform/common/Hex.h"
+#include "platform/common/StdioFile.h"
 #include "platform/common/Utf8.h"
 #include "platform/emulated/AuthenticodeSignature.h"
 #include "platform/emulated/EmulatedFiles.h"
@@ -48,7 +50,7 @@ OwnedStore LoadRoots(const std::filesystem::path& pem)
     OwnedStore store(X509_STORE_new());
     if (!store) throw std::bad_alloc();
     if (pem.empty()) return store;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(pem.c_str(), "rb"), &std::fclose);
+    const UniqueStdioFile file(std::fopen(pem.c_str(), "rb"));
     if (!file) throw std::runtime_error("cannot read the trusted roots '" + pem.string() + "'");
     int count = 0;
     while (X509* certificate = PEM_read_X509(file.get(), nullptr, nullptr, nullptr)) {
@@ -79,17 +81,6 @@ const std::vector<std::uint8_t>* Find(const Pe::Digests& digests, Pe::Algorithm 
         if (digest.algorithm == algorithm) return &digest.value;
     }
     return nullptr;
-}
-
-std::wstring UpperHex(const std::vector<std::uint8_t>& bytes)
-{
-    static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    for (const std::uint8_t byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0xF];
-    }
-    return text;
 }
 
 std::optional<std::vector<std::uint8_t>> ReadSmallFile(const std::filesystem::path& path, std::uintmax_t limit)
@@ -157,7 +148,7 @@ public:
         const std::optional<std::wstring> tag = Facts(path).tag;
         const auto matches = [&] {
             const auto content = set->SignedContent(index);
-            return tag && *tag == Upper(membership.memberTag) && Catalog::Lists(*catalog, *tag) &&
+            return tag && EqualIgnoringCase(*tag, membership.memberTag) && Catalog::Lists(*catalog, *tag) &&
                    std::equal(content.begin(), content.end(), catalog->signedContent.begin(), catalog->signedContent.end());
         };
         return set->Judge(index, Catalog::kCtlOid, matches, JudgedNow());
@@ -187,14 +178,6 @@ public:
     }
 
 private:
-    static std::wstring Upper(std::wstring text)
-    {
-        for (wchar_t& ch : text) {
-            if (ch >= L'a' && ch <= L'z') ch = static_cast<wchar_t>(ch - L'a' + L'A');
-        }
-        return text;
-    }
-
     Authenticode::Judgement JudgedNow() const { return {roots_.get(), std::time(nullptr)}; }
 
     std::optional<std::filesystem::path> HostPath(const std::wstring& path) const
@@ -284,7 +267,7 @@ private:
             return std::move(read);
         }
         read.digests = std::move(*digests);
-        read.tag = UpperHex(*Find(read.digests, Pe::Algorithm::kSha256));
+        read.tag = HexDigits(*Find(read.digests, Pe::Algorithm::kSha256), true);
         return std::move(read);
     }
 

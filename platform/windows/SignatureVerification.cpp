@@ -1,5 +1,6 @@
 #include "platform/SignatureVerification.h"
 
+#include "platform/common/Hex.h"
 #include "platform/windows/TrustDeclarations.h"
 #include "platform/windows/UniqueHandle.h"
 
@@ -190,18 +191,6 @@ private:
     bool verified_ = false;
 };
 
-std::wstring UpperHex(const std::vector<BYTE>& bytes)
-{
-    static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    text.reserve(bytes.size() * 2);
-    for (const BYTE byte : bytes) {
-        text.push_back(kDigits[byte >> 4]);
-        text.push_back(kDigits[byte & 0x0F]);
-    }
-    return text;
-}
-
 class WinTrustSignatureVerifier final : public ISignatureVerifier {
 public:
     SignatureCheck VerifyEmbedded(const std::wstring& path, std::uint32_t index) override
@@ -286,7 +275,7 @@ private:
             return std::nullopt;
         }
         error = ERROR_SUCCESS;
-        return CatalogMembership{std::wstring(info.wszCatalogFile, ::wcsnlen(info.wszCatalogFile, MAX_PATH)), UpperHex(hash)};
+        return CatalogMembership{std::wstring(info.wszCatalogFile, ::wcsnlen(info.wszCatalogFile, MAX_PATH)), HexDigits(hash, true)};
     }
 };
 

@@ -5,21 +5,17 @@
 #include "support/CatalogBuilder.h"
 #include "support/TrustMaterial.h"
 
+#include "platform/common/Hex.h"
+
 #include <openssl/sha.h>
 
 #include <regex>
 
 using namespace KestrelTest;
+using Tessel::Bridge::Platform::HexDigits;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string Hex(const unsigned char* bytes, std::size_t size)
-{
-    std::string text;
-    for (std::size_t i = 0; i < size; ++i) text += "0123456789abcdef"[bytes[i] >> 4], text += "0123456789abcdef"[bytes[i] & 15];
-    return text;
-}
 
 class VerifyCli : public EmulatedPcCli {
 protected:
@@ -42,7 +38,7 @@ TEST_F(VerifyCli, GivesWindowsCodesAndTrustForEachFile)
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(reinterpret_cast<const unsigned char*>(key.out.data()), key.out.size(), digest);
     EXPECT_EQ(good.out, (material / "signed.exe").string() + ": trusted by Windows\n  embedded 0: 0x00000000 key=" +
-                            Hex(digest, sizeof digest) + " subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf\n");
+                            HexDigits<char>(digest, false) + " subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf\n");
 
     const struct {
         const char* file;

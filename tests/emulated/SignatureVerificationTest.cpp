@@ -2,6 +2,7 @@
 // that no change to a signed file, inside its hashed bytes or its signature,
 // leaves it trusted.
 #include "platform/SignatureVerification.h"
+#include "platform/common/Hex.h"
 #include "platform/emulated/EmulatedFiles.h"
 
 #include "emulated/EmulatedTestSupport.h"
@@ -123,8 +124,7 @@ TEST_F(SignatureVerifier, ACatalogVouchesOnlyForTheBytesItLists)
     WriteFileBytes(listed, "listed text\n");
     std::uint8_t digest[SHA256_DIGEST_LENGTH];
     SHA256(reinterpret_cast<const unsigned char*>("listed text\n"), 12, digest);
-    std::wstring tag;
-    for (const std::uint8_t byte : digest) tag += L"0123456789abcdef"[byte >> 4], tag += L"0123456789abcdef"[byte & 15];
+    const std::wstring tag = HexDigits(digest, false);
     const CatalogSigner signer = SignerFromPem(material / "leaf.crt", material / "leaf.key", material / "intermediate.crt");
     WriteCatalog(directory / "catalogs" / "tools.cat", {tag}, signer);
     verifier = CreateSignatureVerifier();

@@ -2,6 +2,7 @@
 // folder KESTREL_TRUST_MATERIAL). Wine trusts any root, so nothing here
 // depends on whether the material's root is trusted.
 #include "platform/SignatureVerification.h"
+#include "platform/common/Hex.h"
 #include "support/ProcessRunner.h"
 
 #include <gtest/gtest.h>
@@ -108,16 +109,13 @@ TEST_F(SignatureVerificationWine, AFileNoCatalogListsHasNoCatalog)
 TEST_F(SignatureVerificationWine, KestrelVerifyPrintsWinTrustsAnswers)
 {
     const std::vector<std::uint8_t> abc{'a', 'b', 'c'};
-    std::string fingerprint;
-    for (const std::uint8_t byte : Sha256Of(abc)) fingerprint += "0123456789abcdef"[byte >> 4], fingerprint += "0123456789abcdef"[byte & 15];
-    ASSERT_EQ(fingerprint, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    ASSERT_EQ(HexDigits<char>(Sha256Of(abc), false), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 
     const auto utf8 = [](const std::wstring& text) { return std::string(text.begin(), text.end()); };
     const std::string unsignedFile = utf8(Material(L"unsigned.exe"));
     const std::string signedFile = utf8(Material(L"signed.exe"));
     const ProcessResult result = KestrelTest::RunProcess(KestrelTest::BuiltProgram("KestrelVerify"), {signedFile, unsignedFile});
-    fingerprint.clear();
-    for (const std::uint8_t byte : Sha256Of(LeafKey())) fingerprint += "0123456789abcdef"[byte >> 4], fingerprint += "0123456789abcdef"[byte & 15];
+    const std::string fingerprint = HexDigits<char>(Sha256Of(LeafKey()), false);
     const std::string end(KestrelTest::kLineEnd);
     EXPECT_EQ(result.out, signedFile + ": trusted by Windows" + end + "  embedded 0: 0x00000000 key=" + fingerprint +
                               " subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf" + end + unsignedFile + ": not trusted by Windows" + end +

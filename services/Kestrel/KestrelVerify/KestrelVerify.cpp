@@ -1,6 +1,7 @@
 #include "KestrelVerify.h"
 
 #include "platform/TextConversion.h"
+#include "platform/common/Hex.h"
 
 #include <ostream>
 #include <stdexcept>
@@ -26,17 +27,6 @@ std::wstring Hex(std::uint32_t value)
     static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
     std::wstring text = L"0x";
     for (int shift = 28; shift >= 0; shift -= 4) text += kDigits[(value >> shift) & 0xF];
-    return text;
-}
-
-std::wstring KeyFingerprint(const std::vector<std::uint8_t>& key)
-{
-    static constexpr wchar_t kDigits[] = L"0123456789abcdef";
-    std::wstring text;
-    for (const std::uint8_t byte : Platform::Sha256Of(key)) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0xF];
-    }
     return text;
 }
 
@@ -67,7 +57,7 @@ bool ListSignatures(const wchar_t* kind, const Verify& verify, std::vector<std::
         const SignatureCheck check = verify(index);
         std::wstring line = L"  " + std::wstring(kind) + L' ' + std::to_wstring(index) + L": " + Hex(check.result);
         if (check.signer) {
-            line += L" key=" + KeyFingerprint(check.signer->publicKey) + L" subject=" + OneLine(check.signer->subject);
+            line += L" key=" + Platform::HexDigits(Platform::Sha256Of(check.signer->publicKey), false) + L" subject=" + OneLine(check.signer->subject);
         }
         lines.push_back(std::move(line));
         trusted = trusted || CountsAsTrusted(check.result);
