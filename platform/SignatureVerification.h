@@ -49,6 +49,18 @@ struct CatalogMembership {
     std::wstring memberTag; // the file hash in upper-case hexadecimal
 };
 
+// Why no catalog was found for a file: the step that failed and its Win32 error.
+struct CatalogLookupFailure {
+    enum class Step {
+        AcquireContext, // CryptCATAdminAcquireContext2
+        HashFile,       // opening and hashing the file
+        FindCatalog,    // CryptCATAdminEnumCatalogFromHash: no catalog lists the hash
+        CatalogInfo,    // CryptCATCatalogInfoFromContext
+    };
+    Step step = Step::FindCatalog;
+    std::uint32_t error = 0;
+};
+
 // Authenticode signatures of files: embedded in a PE file, or given for the
 // file by a security catalog that lists its hash.
 class ISignatureVerifier {
@@ -60,8 +72,8 @@ public:
     // Signature `index` of the catalog, for the file it lists.
     virtual SignatureCheck VerifyThroughCatalog(const CatalogMembership& catalog, const std::wstring& path, std::uint32_t index) = 0;
     // The catalog that lists the file's SHA-256 hash; none when no catalog
-    // does, with the platform's error code in `error`.
-    virtual std::optional<CatalogMembership> FindCatalog(const std::wstring& path, std::uint32_t& error) = 0;
+    // does or a step before failed, said in `failure`.
+    virtual std::optional<CatalogMembership> FindCatalog(const std::wstring& path, CatalogLookupFailure& failure) = 0;
 };
 
 // The SHA-256 digest of the bytes.

@@ -5,4 +5,5 @@
 #include "security/access/BridgeAccessManager.h"
 #include "security/client/ClientInformation.h"
 #include "security/rpc/RpcSecurityHelper.h"
+#include "security/trust/TesselAuthenticodeFacade.h"
 #include "security/util/UtilHelper.h"

@@ -216,6 +216,7 @@ State BuiltInEnvironment()
                              {"SystemRoot", "C:\\Windows"},
                              {"windir", "C:\\Windows"},
                              {"ProgramFiles", "C:\\Program Files"},
+                             {"ProgramFiles(x86)", "C:\\Program Files (x86)"},
                              {"ProgramData", "C:\\ProgramData"},
                              {"USERPROFILE", "C:\\Users\\kestrel"},
                              {"LOCALAPPDATA", "C:\\Users\\kestrel\\AppData\\Local"},

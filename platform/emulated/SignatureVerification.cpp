@@ -154,11 +154,11 @@ public:
         return set->Judge(index, Catalog::kCtlOid, matches, JudgedNow());
     }
 
-    std::optional<CatalogMembership> FindCatalog(const std::wstring& path, std::uint32_t& error) override
+    std::optional<CatalogMembership> FindCatalog(const std::wstring& path, CatalogLookupFailure& failure) override
     {
         const std::optional<std::wstring> tag = Facts(path).tag;
         if (!tag) {
-            error = kErrorFileNotFound;
+            failure = {CatalogLookupFailure::Step::HashFile, kErrorFileNotFound};
             return std::nullopt;
         }
         std::vector<std::filesystem::path> files;
@@ -173,7 +173,7 @@ public:
             const auto catalog = bytes ? Catalog::ReadCatalog(*bytes) : std::nullopt;
             if (catalog && Catalog::Lists(*catalog, *tag)) return CatalogMembership{Utf8::Decode(file.string()), *tag};
         }
-        error = kErrorNotFound;
+        failure = {CatalogLookupFailure::Step::FindCatalog, kErrorNotFound};
         return std::nullopt;
     }
 

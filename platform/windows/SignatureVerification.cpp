@@ -223,58 +223,39 @@ public:
         return verification.Run();
     }
 
-    std::optional<CatalogMembership> FindCatalog(const std::wstring& path, std::uint32_t& error) override
+    std::optional<CatalogMembership> FindCatalog(const std::wstring& path, CatalogLookupFailure& failure) override
     {
-        DWORD failure = ERROR_SUCCESS;
-        std::optional<CatalogMembership> found = Find(path, failure);
-        error = failure;
-        return found;
-    }
-
-private:
-    static std::optional<CatalogMembership> Find(const std::wstring& path, DWORD& error)
-    {
+        using Step = CatalogLookupFailure::Step;
+        const auto fail = [&failure](Step step, DWORD error) {
+            failure = {step, error};
+            return std::nullopt;
+        };
+        DWORD error = ERROR_SUCCESS;
         const UniqueCatalogAdmin admin = AcquireSha256Admin(error);
-        if (!admin) return std::nullopt;
+        if (!admin) return fail(Step::AcquireContext, error);
 
         const UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                               nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file) {
-            error = ::GetLastError();
-            return std::nullopt;
-        }
+        if (!file) return fail(Step::HashFile, ::GetLastError());
+        // The hash is taken through a context of its own.
+        const UniqueCatalogAdmin hashAdmin = AcquireSha256Admin(error);
+        if (!hashAdmin) return fail(Step::AcquireContext, error);
         const auto calcHash = CatalogFunctions::Get().calcHashFromFileHandle;
-        if (calcHash == nullptr) {
-            error = ERROR_PROC_NOT_FOUND;
-            return std::nullopt;
-        }
+        if (calcHash == nullptr) return fail(Step::HashFile, ERROR_PROC_NOT_FOUND);
         // The first call gives the size only.
         DWORD size = 0;
-        calcHash(admin.Get(), file.Get(), &size, nullptr, 0);
-        if (size == 0) {
-            error = ::GetLastError();
-            return std::nullopt;
-        }
+        calcHash(hashAdmin.Get(), file.Get(), &size, nullptr, 0);
+        if (size == 0) return fail(Step::HashFile, ::GetLastError());
         std::vector<BYTE> hash(size);
-        if (!calcHash(admin.Get(), file.Get(), &size, hash.data(), 0)) {
-            error = ::GetLastError();
-            return std::nullopt;
-        }
+        if (!calcHash(hashAdmin.Get(), file.Get(), &size, hash.data(), 0)) return fail(Step::HashFile, ::GetLastError());
         hash.resize(size);
 
         const UniqueCatalogContext catalog(admin.Get(),
                                            ::CryptCATAdminEnumCatalogFromHash(admin.Get(), hash.data(), size, 0, nullptr));
-        if (catalog.Get() == nullptr) {
-            error = ::GetLastError();
-            return std::nullopt;
-        }
+        if (catalog.Get() == nullptr) return fail(Step::FindCatalog, ::GetLastError());
         CATALOG_INFO info{};
         info.cbStruct = sizeof info;
-        if (!::CryptCATCatalogInfoFromContext(catalog.Get(), &info, 0)) {
-            error = ::GetLastError();
-            return std::nullopt;
-        }
-        error = ERROR_SUCCESS;
+        if (!::CryptCATCatalogInfoFromContext(catalog.Get(), &info, 0)) return fail(Step::CatalogInfo, ::GetLastError());
         return CatalogMembership{std::wstring(info.wszCatalogFile, ::wcsnlen(info.wszCatalogFile, MAX_PATH)), HexDigits(hash, true)};
     }
 };

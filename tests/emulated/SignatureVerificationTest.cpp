@@ -129,9 +129,9 @@ TEST_F(SignatureVerifier, ACatalogVouchesOnlyForTheBytesItLists)
     WriteCatalog(directory / "catalogs" / "tools.cat", {tag}, signer);
     verifier = CreateSignatureVerifier();
 
-    std::uint32_t error = 0;
-    const auto catalog = verifier->FindCatalog(L"C:\\tools\\NOTES.TXT", error);
-    ASSERT_TRUE(catalog.has_value()) << error;
+    CatalogLookupFailure failure;
+    const auto catalog = verifier->FindCatalog(L"C:\\tools\\NOTES.TXT", failure);
+    ASSERT_TRUE(catalog.has_value()) << failure.error;
     EXPECT_EQ(catalog->catalogPath, (directory / "catalogs" / "tools.cat").wstring());
     // The PC trusts no root by default, so the chain ends nowhere.
     EXPECT_EQ(verifier->VerifyThroughCatalog(*catalog, L"C:\\Tools\\notes.txt", 0).result, TrustResult::kChaining);
@@ -140,8 +140,9 @@ TEST_F(SignatureVerifier, ACatalogVouchesOnlyForTheBytesItLists)
 
     WriteFileBytes(listed, "listed text!");
     EXPECT_EQ(verifier->VerifyThroughCatalog(*catalog, L"C:\\Tools\\notes.txt", 0).result, TrustResult::kBadDigest);
-    EXPECT_FALSE(verifier->FindCatalog(L"C:\\Tools\\notes.txt", error).has_value());
-    EXPECT_EQ(error, 1168u);
+    EXPECT_FALSE(verifier->FindCatalog(L"C:\\Tools\\notes.txt", failure).has_value());
+    EXPECT_EQ(failure.step, CatalogLookupFailure::Step::FindCatalog);
+    EXPECT_EQ(failure.error, 1168u);
 
     WriteFileBytes(listed, "listed text\n");
     const std::string catalogBytes = ReadFileBytes(directory / "catalogs" / "tools.cat");

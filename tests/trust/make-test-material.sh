@@ -56,8 +56,14 @@ cert() {
     printf 'extendedKeyUsage=%s\n' "$use"
   fi >"$tmp/ext"
   printf 'subjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\n' >>"$tmp/ext"
-  run openssl req -new -newkey rsa:2048 -nodes -keyout "$out/$name.key" \
-    -subj "${subject:-/CN=Kestrel Test $name}" -out "$tmp/$name.csr"
+  # key=FILE certifies an existing key again; bits= sizes a new one.
+  if [[ -n ${key:-} ]]; then
+    cp "$key" "$out/$name.key"
+    run openssl req -new -key "$out/$name.key" -subj "${subject:-/CN=Kestrel Test $name}" -out "$tmp/$name.csr"
+  else
+    run openssl req -new -newkey "rsa:${bits:-2048}" -nodes -keyout "$out/$name.key" \
+      -subj "${subject:-/CN=Kestrel Test $name}" -out "$tmp/$name.csr"
+  fi
   if [[ $issuer == self ]]; then
     sign=(-selfsign -keyfile "$out/$name.key")
   else
@@ -79,6 +85,20 @@ cert notyet       intermediate "$(utc '+1 year')" "$(utc '+11 years')" codeSigni
 cert wrongpurpose intermediate "$past" "$end10" serverAuth
 cert other-root   self         20150101000000Z "$ca_end" ca
 cert untrusted    other-root   "$past" "$end10" codeSigning
+# For pinned keys: a 3072-bit signer, a second certificate of the leaf's key,
+# and a signer named as the Dropbox publisher.
+bits=3072 cert leaf3072 intermediate "$past" "$end10" codeSigning
+key=$out/leaf.key cert samekey intermediate "$past" "$end10" codeSigning
+subject="/C=US/ST=California/L=San Francisco/O=Dropbox, Inc/CN=Dropbox, Inc" \
+cert dropbox      intermediate "$past" "$end10" codeSigning
+# Each signer's public key as the trust tables write it: the DER RSA key,
+# lower-case hex bytes with one blank between.
+for name in leaf leaf3072 samekey expired untrusted dropbox; do
+  openssl x509 -in "$out/$name.crt" -noout -pubkey |
+    openssl rsa -pubin -RSAPublicKey_out -outform DER 2>/dev/null |
+    od -An -v -tx1 | tr -s ' \n' '  ' | sed 's/^ //; s/ $//' >"$out/$name.keytext"
+  [[ -s $out/$name.keytext ]] || die "no key text for $name"
+done
 cat "$out/leaf.crt" "$out/intermediate.crt" >"$out/chain.pem"
 
 # Tiny sample; -DBIG adds a large initialised array so the image (not bss) grows.
@@ -121,9 +141,19 @@ sign "$out/expired-ts.exe" expired -time $t2020 \
 sign "$out/notyet.exe" notyet
 sign "$out/wrongpurpose.exe" wrongpurpose
 sign "$out/untrusted.exe" untrusted
+sign "$out/signed3072.exe" leaf3072
+sign "$out/samekey.exe" samekey
+sign "$out/dropbox.exe" dropbox
 # Nested: SHA-1 primary, SHA-256 appended as a nested signature.
 hash=sha1 sign "$tmp/sha1.exe" leaf
 src=$tmp/sha1.exe sign "$out/nested.exe" leaf -nest
+# Nested with another key second: leaf first, the 3072-bit signer nested.
+src=$out/signed.exe sign "$out/nested3072.exe" leaf3072 -nest
+# The unsigned program's Authenticode digest (the same bytes signed.exe
+# signs), the tag a catalog lists it by.
+{ osslsigncode verify -in "$out/signed.exe" 2>/dev/null || true; } |
+  sed -n 's/^Calculated message digest *: *//p' | tr -d ' ' | tr a-f A-F >"$out/unsigned.tag"
+[[ $(wc -c <"$out/unsigned.tag") -eq 65 ]] || die "no Authenticode digest for unsigned.exe"
 
 # Flip one byte in the middle of .text; objdump gives size and file offset (hex).
 read -r tsize toff < <(x86_64-w64-mingw32-objdump -h "$out/signed.exe" |

@@ -100,9 +100,9 @@ TEST_F(SignatureVerificationWine, AVerifiedFileIsNotLeftOpen)
 
 TEST_F(SignatureVerificationWine, AFileNoCatalogListsHasNoCatalog)
 {
-    std::uint32_t error = 0;
-    EXPECT_FALSE(verifier->FindCatalog(Material(L"signed.exe"), error));
-    EXPECT_NE(error, 0u);
+    CatalogLookupFailure failure;
+    EXPECT_FALSE(verifier->FindCatalog(Material(L"signed.exe"), failure));
+    EXPECT_NE(failure.error, 0u);
 }
 
 // KestrelVerify.exe over WinTrust: the same lines as on the emulated PC.

@@ -69,8 +69,8 @@ bool VerifyFile(Platform::ISignatureVerifier& verifier, const std::wstring& path
 {
     std::vector<std::wstring> lines;
     bool trusted = false;
-    std::uint32_t error = 0;
-    if (const auto catalog = verifier.FindCatalog(path, error)) {
+    Platform::CatalogLookupFailure failure;
+    if (const auto catalog = verifier.FindCatalog(path, failure)) {
         lines.push_back(L"  catalog " + catalog->catalogPath + L" lists " + catalog->memberTag);
         trusted = ListSignatures(L"catalog", [&](std::uint32_t i) { return verifier.VerifyThroughCatalog(*catalog, path, i); }, lines);
     }

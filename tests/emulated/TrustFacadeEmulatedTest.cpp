@@ -1,0 +1,184 @@
+// The trust facade over the emulated PC with real signed files: the PC's
+// roots, catalogs, drives, folder security and environment, and many
+// threads asking at once.
+#include "platform/CallerIdentity.h"
+#include "platform/FolderSecurity.h"
+#include "platform/SignatureVerification.h"
+#include "security/KestrelSecurity.h"
+
+#include "emulated/EmulatedTestSupport.h"
+#include "support/CapturedLog.h"
+#include "support/CatalogBuilder.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TempDirectory.h"
+#include "support/TrustMaterial.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <thread>
+
+using namespace Tessel::Bridge;
+using namespace Tessel::Bridge::Security;
+using namespace KestrelTest;
+namespace fs = std::filesystem;
+using Texts = std::vector<std::wstring>;
+
+namespace {
+
+constexpr const char* kInstaller = "S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+constexpr std::uint32_t kGenericAll = 0x10000000;
+
+class TrustOnPc : public ::testing::Test {
+protected:
+    void SetUp() override { UseState(nlohmann::json::object()); }
+
+    void UseState(nlohmann::json state)
+    {
+        state["trust"]["roots"] = (material / "root.crt").string();
+        WriteFileBytes(directory / "pc.json", state.dump());
+    }
+
+    // A copy of a material file at a Windows path on the PC's C: drive.
+    std::wstring Place(const char* name, const std::string& folder)
+    {
+        const fs::path host = directory / "drive-c" / folder;
+        fs::create_directories(host);
+        fs::copy_file(material / name, host / name, fs::copy_options::overwrite_existing);
+        std::string windows = "C:\\" + folder + "\\" + name;
+        std::replace(windows.begin(), windows.end(), '/', '\\');
+        return {windows.begin(), windows.end()};
+    }
+
+    std::string KeyText(const char* name) const { return ReadFileBytes(material / (std::string(name) + ".keytext")); }
+
+    TesselAuthenticodeFacade Facade(PublicKeyList listA, PublicKeyList listB = {})
+    {
+        return TesselAuthenticodeFacade(std::move(listA), std::move(listB), [] { return Platform::CreateSignatureVerifier(); }, helper);
+    }
+
+    std::size_t Count(const std::wstring& text) const
+    {
+        const Texts lines = log.Lines();
+        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const std::wstring& line) {
+            return line.find(text) != std::wstring::npos;
+        }));
+    }
+
+    const fs::path material = TrustMaterial();
+    TempDirectory directory;
+    ScopedEnvironment pc{"KESTREL_EMULATED_PC", (directory.Path() / "pc.json").string()};
+    CapturedLog log;
+    std::vector<std::chrono::milliseconds> pauses;
+    std::shared_ptr<TesselAuthenticodeHelper> helper = std::make_shared<TesselAuthenticodeHelper>(
+        Platform::CreateCallerPlatform(), Platform::CreateFolderSecurity(),
+        [this](std::chrono::milliseconds pause) { pauses.push_back(pause); });
+};
+
+TEST_F(TrustOnPc, APinnedSignerInTheProgramFilesIsTrusted)
+{
+    const std::wstring app = Place("signed.exe", "Program Files/Vendor");
+    EXPECT_TRUE(Facade({KeyText("leaf")}).IsFileTrustedByListA(app.c_str()));
+    EXPECT_EQ(Count(L"I Security - IsFileTrusted - trusted by windows = yes, trusted by Lattice = yes"), 1u);
+    EXPECT_EQ(Count(L"BeginsWith() failed"), 2u);
+    EXPECT_FALSE(Facade({KeyText("leaf")}).IsFileTrustedByListB(app.c_str())); // B is empty
+
+    log.sink->Clear();
+    const std::wstring elsewhere = Place("signed.exe", "Tools");
+    EXPECT_FALSE(Facade({KeyText("leaf")}).IsFileTrustedByListA(elsewhere.c_str()));
+    EXPECT_EQ(Count(L"BeginsWith() failed"), 3u);
+    EXPECT_EQ(Count(L"Didn't find substring [:\\WindowsApps\\] in [C:\\Tools\\signed.exe]"), 1u);
+}
+
+TEST_F(TrustOnPc, WhichSignaturesCountAndTheirKeyTexts)
+{
+    const auto trusted = [&](const char* file, const char* key) {
+        const PublicKeyList keys = {KeyText(key)};
+        return Facade({}).IsFileTrusted(Place(file, "Program Files/T").c_str(), &keys);
+    };
+    EXPECT_FALSE(trusted("untrusted.exe", "untrusted")); // its record is compared, but the root is not trusted
+    EXPECT_EQ(Count(L"trusted by windows = no, trusted by Lattice = yes"), 1u);
+    EXPECT_TRUE(trusted("expired.exe", "expired"));
+    EXPECT_TRUE(trusted("nested3072.exe", "leaf3072")); // the second signature's key
+    EXPECT_FALSE(trusted("signed3072.exe", "samekey"));
+    log.sink->Clear();
+    EXPECT_FALSE(trusted("unsigned.exe", "leaf"));
+    EXPECT_EQ(Count(L"IsFileTrusted"), 0u);
+
+    // The key text of a 2048-bit and a 3072-bit signer, as openssl writes the DER.
+    const auto records = Facade({}).GatherCertificates(Place("nested3072.exe", "Program Files/T").c_str());
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].publicKey, KeyText("leaf"));
+    EXPECT_EQ(records[0].publicKey.size(), 809u);
+    EXPECT_EQ(records[1].publicKey, KeyText("leaf3072"));
+    EXPECT_EQ(records[1].publicKey.size(), 1193u);
+    EXPECT_EQ(records[0].commonName + L"|" + records[0].organizationalUnit + L"|" + records[0].state, L"Kestrel Test leaf|Release|Washington");
+}
+
+TEST_F(TrustOnPc, ACatalogSignerIsPinnedForAFileWithNoSignature)
+{
+    const std::wstring tag = [&] {
+        const std::string text = ReadFileBytes(material / "unsigned.tag");
+        return std::wstring(text.begin(), text.begin() + 64);
+    }();
+    fs::create_directories(directory / "catalogs");
+    WriteCatalog(directory / "catalogs" / "vendor.cat", {tag},
+                 SignerFromPem(material / "leaf.crt", material / "leaf.key", material / "intermediate.crt"));
+    const std::wstring app = Place("unsigned.exe", "Program Files/Vendor");
+    EXPECT_TRUE(Facade({KeyText("leaf")}).IsFileTrustedByListA(app.c_str()));
+    EXPECT_EQ(Count(L"I Security - GetSecurityCatalogInfo - File = C:\\Program Files\\Vendor\\unsigned.exe"), 1u);
+    EXPECT_EQ(Count(L"I Subject = C=US\r\nS=Washington\r\nL=Redmond\r\nO=Kestrel Test\r\nOU=Release\r\nCN=Kestrel Test leaf"), 1u);
+    EXPECT_TRUE(Facade({}).IsFileTrustedByWindows(app.c_str()));
+}
+
+TEST_F(TrustOnPc, SameKeyDropboxAndTheWindowsOnlyCheck)
+{
+    const std::wstring signed2048 = Place("signed.exe", "Tools");
+    EXPECT_TRUE(Facade({}).AreSignedBySameKey(signed2048.c_str(), Place("samekey.exe", "Other").c_str()));
+    EXPECT_FALSE(Facade({}).AreSignedBySameKey(signed2048.c_str(), Place("signed3072.exe", "Other").c_str()));
+    EXPECT_TRUE(Facade({}).IsDropboxFileTrusted(Place("dropbox.exe", "Program Files/Dropbox").c_str()));
+    EXPECT_FALSE(Facade({}).IsDropboxFileTrusted(Place("signed.exe", "Program Files/Dropbox").c_str()));
+    EXPECT_TRUE(Facade({}).IsFileTrustedByWindows(Place("expired.exe", "Windows/System32").c_str()));
+    EXPECT_FALSE(Facade({}).IsFileTrustedByWindows(Place("untrusted.exe", "Windows/System32").c_str()));
+}
+
+TEST_F(TrustOnPc, AStoreFolderIsJudgedByItsAccessList)
+{
+    const std::wstring app = Place("signed.exe", "WindowsApps/Vendor.App_1.0.0.0_arm64__r7w2k9d4m1q8z");
+    // Made like any folder at a drive's root: no GENERIC_ALL for TrustedInstaller.
+    EXPECT_FALSE(Facade({KeyText("leaf")}).IsFileTrustedByListA(app.c_str()));
+    EXPECT_EQ(Count(L"E Security - GetNamedSecurityInfo - Failed "), 5u);
+    EXPECT_EQ(pauses.size(), 4u);
+
+    UseState({{"folderSecurity",
+               {{"C:\\WindowsApps",
+                 {{"owner", kInstaller},
+                  {"group", "S-1-5-18"},
+                  {"dacl", {{{"type", 0}, {"mask", kGenericAll}, {"sid", kInstaller}},
+                            {{"type", 0}, {"mask", kGenericAll}, {"sid", "S-1-5-18"}}}}}}}}});
+    EXPECT_TRUE(Facade({KeyText("leaf")}).IsFileTrustedByListA(app.c_str()));
+    EXPECT_EQ(pauses.size(), 4u);
+}
+
+TEST_F(TrustOnPc, ManyThreadsAtOnce)
+{
+    const std::wstring app = Place("signed.exe", "Program Files/Vendor");
+    const std::wstring other = Place("samekey.exe", "Program Files/Vendor");
+    const std::wstring unsignedApp = Place("unsigned.exe", "Program Files/Vendor");
+    TesselAuthenticodeFacade facade = Facade({KeyText("leaf")});
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 6; ++i) {
+                const bool right = facade.IsFileTrustedByListA(app.c_str()) && !facade.IsFileTrustedByListA(unsignedApp.c_str()) &&
+                                   facade.AreSignedBySameKey(app.c_str(), other.c_str()) && facade.IsPathAllowed(other.c_str());
+                if (!right) ++wrong;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+} // namespace

@@ -1,0 +1,104 @@
+// The trust facade over WinTrust, the real environment and folder security
+// of the Wine prefix. Wine trusts roots Windows would not, so only what does
+// not depend on the root is asserted.
+#include "platform/CallerIdentity.h"
+#include "platform/FolderSecurity.h"
+#include "security/KestrelSecurity.h"
+#include "support/CapturedLog.h"
+#include "support/StoreFolder.h"
+#include "support/TrustMaterial.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+using namespace Tessel::Bridge;
+using namespace Tessel::Bridge::Security;
+
+namespace {
+
+const std::wstring kSystem = L"S-1-5-18";
+const std::wstring kInstaller = L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+
+class TrustFacadeWine : public ::testing::Test {
+protected:
+    static std::wstring Material(const char* name) { return (KestrelTest::TrustMaterial() / name).wstring(); }
+    static std::string KeyText(const char* name)
+    {
+        std::ifstream in(KestrelTest::TrustMaterial() / (std::string(name) + ".keytext"), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    static std::wstring Expanded(const wchar_t* text)
+    {
+        wchar_t buffer[MAX_PATH];
+        const DWORD length = ExpandEnvironmentStringsW(text, buffer, MAX_PATH);
+        return length == 0 || length > MAX_PATH ? L"" : buffer;
+    }
+    std::size_t Count(const std::wstring& text) const
+    {
+        const auto lines = log.Lines();
+        return static_cast<std::size_t>(
+            std::count_if(lines.begin(), lines.end(), [&](const std::wstring& line) { return line.find(text) != std::wstring::npos; }));
+    }
+
+    KestrelTest::CapturedLog log;
+    std::vector<std::chrono::milliseconds> pauses;
+    std::shared_ptr<TesselAuthenticodeHelper> helper = std::make_shared<TesselAuthenticodeHelper>(
+        Platform::CreateCallerPlatform(), Platform::CreateFolderSecurity(),
+        [this](std::chrono::milliseconds pause) { pauses.push_back(pause); });
+    TesselAuthenticodeFacade facade{{KeyText("leaf")}, {}};
+};
+
+TEST_F(TrustFacadeWine, TheSignersRecordFromWinTrust)
+{
+    const std::wstring unsignedFile = Material("unsigned.exe");
+    EXPECT_FALSE(facade.IsFileTrustedByListA(unsignedFile.c_str()));
+    EXPECT_TRUE(facade.GatherCertificates(unsignedFile.c_str()).empty());
+    EXPECT_EQ(Count(L"IsFileTrusted"), 0u);
+    EXPECT_EQ(Count(L"I Security - GetSecurityCatalogInfo - File = " + unsignedFile), 1u);
+
+    const auto records = facade.GatherCertificates(Material("nested3072.exe").c_str());
+    ASSERT_EQ(records.size(), 2u);
+    const CertificateDetails& leaf = records[0];
+    EXPECT_EQ(leaf.commonName + L"|" + leaf.organizationalUnit + L"|" + leaf.organization + L"|" + leaf.locality + L"|" +
+                  leaf.state + L"|" + leaf.country,
+              L"Kestrel Test leaf|Release|Kestrel Test|Redmond|Washington|US");
+    EXPECT_EQ(leaf.publicKey, KeyText("leaf"));
+    EXPECT_EQ(records[1].publicKey, KeyText("leaf3072"));
+    EXPECT_TRUE(facade.AreSignedBySameKey(Material("signed.exe").c_str(), Material("samekey.exe").c_str()));
+    EXPECT_FALSE(facade.AreSignedBySameKey(Material("signed.exe").c_str(), Material("dropbox.exe").c_str()));
+}
+
+TEST_F(TrustFacadeWine, ThePrefixsOwnWindowsAndProgramFilesFolders)
+{
+    EXPECT_TRUE(helper->IsPathAllowed(Expanded(L"%windir%\\SYSTEM32\\KERNEL32.DLL").c_str()));
+    EXPECT_EQ(Count(L"BeginsWith() failed"), 0u);
+    const std::wstring app = Expanded(L"%ProgramFiles%\\Kestrel\\app.exe");
+    EXPECT_TRUE(helper->IsPathAllowed(app.c_str()));
+    EXPECT_EQ(Count(L"BeginsWith() failed [" + app + L"] [" + Expanded(L"%ProgramFiles(x86)%\\") + L"]"), 1u);
+    EXPECT_EQ(Count(L"BeginsWith() failed"), 2u);
+    EXPECT_FALSE(helper->IsPathAllowed(L"C:\\users\\Public\\app.exe"));
+    EXPECT_EQ(Count(L"BeginsWith() failed"), 5u);
+    EXPECT_EQ(Count(L"Didn't find substring [:\\WindowsApps\\] in [C:\\users\\Public\\app.exe]"), 1u);
+}
+
+TEST_F(TrustFacadeWine, AStoreFolderByItsRealAccessList)
+{
+    const std::wstring app = L"C:\\WindowsApps\\Vendor.App_1.0.0.0_x64__r7w2k9d4m1q8z\\app.exe";
+    KestrelTest::MakeFolderWithAces(L"C:\\WindowsApps", {{0, GENERIC_ALL, kSystem}, {0, FILE_ALL_ACCESS, kInstaller}});
+    EXPECT_FALSE(helper->CheckForFullConrolByTrustedInstallAndSystem(L"C:\\WindowsApps"));
+    EXPECT_FALSE(helper->IsPathAllowed(app.c_str()));
+    EXPECT_EQ(Count(L"E Security - GetNamedSecurityInfo - Failed "), 5u);
+    EXPECT_EQ(pauses.size(), 4u);
+
+    KestrelTest::MakeFolderWithAces(L"C:\\WindowsApps", {{0, GENERIC_ALL, kInstaller}, {0, GENERIC_ALL, kSystem}});
+    EXPECT_TRUE(helper->CheckForFullConrolByTrustedInstallAndSystem(L"C:\\WindowsApps"));
+    EXPECT_TRUE(helper->IsPathAllowed(app.c_str()));
+    RemoveDirectoryW(L"C:\\WindowsApps");
+}
+
+} // namespace
