@@ -145,6 +145,8 @@ State EmulatedPc::BuiltInState()
         {"processes", BuiltInProcesses()},
         {"drives", BuiltInDrives()},
         {"trust", BuiltInTrust()},
+        {"folderSecurity", BuiltInFolderSecurity()},
+        {"accounts", BuiltInAccounts()},
     };
 }
 

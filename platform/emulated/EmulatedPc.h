@@ -94,6 +94,12 @@ State BuiltInEditor();
 State BuiltInEnvironment();
 State BuiltInProcesses();
 
+// The "folderSecurity" area of the built-in PC, empty: every folder has the
+// descriptor of a folder made at a drive's root. Its "accounts": SYSTEM,
+// Administrators, Users, Authenticated Users and TrustedInstaller.
+State BuiltInFolderSecurity();
+State BuiltInAccounts();
+
 // Bytes as a file read in text mode gives them: CR LF becomes LF, and Ctrl+Z
 // ends the file.
 std::string FromTextMode(std::string_view bytes);

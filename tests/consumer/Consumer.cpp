@@ -63,6 +63,12 @@ int RunConsumerChecks(bool askForTheCaller)
         Check(dynamic_cast<const Security::bridge_access_exception*>(&e) != nullptr, "a bridge_access_exception");
     }
 
+    // The built-in pinned keys: nothing the tests can sign matches them.
+    Security::TesselAuthenticodeFacade facade;
+    Check(facade.IsPathAllowed(L"%windir%\\System32\\drivers\\x.sys"), "the Windows folder is an allowed place");
+    Check(!facade.IsFileTrustedByListA(L"%windir%\\System32\\no-such-file.exe"), "a missing file is not trusted");
+    Check(!facade.IsFileTrustedByListA(nullptr) && !facade.AreSignedBySameKey(nullptr, nullptr), "no path, no trust");
+
     if (!askForTheCaller) return failures;
     const auto sink = std::make_shared<Logging::MemorySink>();
     Logging::LogManager::GetLogger()->SetSink(sink);

@@ -86,18 +86,17 @@ TEST_F(TrustFacadeWine, ThePrefixsOwnWindowsAndProgramFilesFolders)
     EXPECT_EQ(Count(L"Didn't find substring [:\\WindowsApps\\] in [C:\\users\\Public\\app.exe]"), 1u);
 }
 
-TEST_F(TrustFacadeWine, AStoreFolderByItsRealAccessList)
+// Wine keeps no access list a program sets and knows no TrustedInstaller, so
+// only a refusal can be seen there.
+TEST_F(TrustFacadeWine, AStoreFolderWithoutTrustedInstallerIsRefused)
 {
     const std::wstring app = L"C:\\WindowsApps\\Vendor.App_1.0.0.0_x64__r7w2k9d4m1q8z\\app.exe";
     KestrelTest::MakeFolderWithAces(L"C:\\WindowsApps", {{0, GENERIC_ALL, kSystem}, {0, FILE_ALL_ACCESS, kInstaller}});
     EXPECT_FALSE(helper->CheckForFullConrolByTrustedInstallAndSystem(L"C:\\WindowsApps"));
     EXPECT_FALSE(helper->IsPathAllowed(app.c_str()));
     EXPECT_EQ(Count(L"E Security - GetNamedSecurityInfo - Failed "), 5u);
+    EXPECT_EQ(Count(L"E Security - GetNamedSecurityInfo - Failed 5 of 5 times."), 1u);
     EXPECT_EQ(pauses.size(), 4u);
-
-    KestrelTest::MakeFolderWithAces(L"C:\\WindowsApps", {{0, GENERIC_ALL, kInstaller}, {0, GENERIC_ALL, kSystem}});
-    EXPECT_TRUE(helper->CheckForFullConrolByTrustedInstallAndSystem(L"C:\\WindowsApps"));
-    EXPECT_TRUE(helper->IsPathAllowed(app.c_str()));
     RemoveDirectoryW(L"C:\\WindowsApps");
 }
 
