@@ -1,9 +1,9 @@
 // The security library over the real Windows calls. Only the call-attributes
 // query is stood in for: Wine 8's RpcServerInqCallAttributesW ends the process.
-#include "platform/windows/Win32CallerPlatform.h"
 #include "security/rpc/RpcSecurityHelper.h"
 #include "security/util/UtilHelper.h"
 #include "support/CapturedLog.h"
+#include "windows/StandInCall.h"
 
 #include <gtest/gtest.h>
 
@@ -17,16 +17,7 @@ using Texts = std::vector<std::wstring>;
 
 namespace {
 
-class StandInCall : public Platform::Windows::Win32CallerPlatform {
-public:
-    std::int32_t QueryCallClientProcessId(std::uint32_t& processId) override
-    {
-        if (!client) return RPC_S_NO_CALL_ACTIVE;
-        processId = *client;
-        return RPC_S_OK;
-    }
-    std::optional<std::uint32_t> client; // the process behind the call, if serving one
-};
+using KestrelTest::StandInCall;
 
 // Impersonation needs a real call as well.
 class StandInImpersonation : public StandInCall {
