@@ -14,8 +14,23 @@ bool IsSeparator(wchar_t ch) { return ch == L'\\' || ch == L'/'; }
 
 bool IsDriveLetter(wchar_t ch) { return (ch >= L'A' && ch <= L'Z') || (ch >= L'a' && ch <= L'z'); }
 
-// The names after the drive, with "." dropped and ".." taking the name
-// before it away (never above the drive's root).
+// The entry of folder named `name`: the exact one if it exists, else one
+// whose name matches ignoring case, else the exact name (for a file that is
+// not there yet).
+std::filesystem::path Child(const std::filesystem::path& folder, const std::wstring& name)
+{
+    const std::filesystem::path exact = folder / Utf8::Encode(name);
+    std::error_code error;
+    if (std::filesystem::exists(exact, error)) return exact;
+    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        const std::wstring entry = Utf8::Decode(it->path().filename().string());
+        if (EqualIgnoringCase(entry, name)) return it->path();
+    }
+    return exact;
+}
+
+} // namespace
+
 std::vector<std::wstring> NamesBelowRoot(std::wstring_view rest)
 {
     std::vector<std::wstring> names;
@@ -33,23 +48,6 @@ std::vector<std::wstring> NamesBelowRoot(std::wstring_view rest)
     }
     return names;
 }
-
-// The entry of folder named `name`: the exact one if it exists, else one
-// whose name matches ignoring case, else the exact name (for a file that is
-// not there yet).
-std::filesystem::path Child(const std::filesystem::path& folder, const std::wstring& name)
-{
-    const std::filesystem::path exact = folder / Utf8::Encode(name);
-    std::error_code error;
-    if (std::filesystem::exists(exact, error)) return exact;
-    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
-        const std::wstring entry = Utf8::Decode(it->path().filename().string());
-        if (EqualIgnoringCase(entry, name)) return it->path();
-    }
-    return exact;
-}
-
-} // namespace
 
 State BuiltInDrives()
 {

@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <vector>
 #include <string_view>
 
 namespace Tessel::Bridge::Platform::Emulated {
@@ -18,6 +20,11 @@ State BuiltInTrust();
 // A path the state file gives for a host file or folder; a relative one is
 // taken from the state file's folder.
 std::filesystem::path HostPathFromState(const EmulatedPc& pc, const State& value, const char* pointer);
+
+// The names of a path after its drive ("\\a\\.\\b\\..\\c" gives a, c): "."
+// dropped, ".." taking the name before it away (never above the root), "\\"
+// and "/" both separating.
+std::vector<std::wstring> NamesBelowRoot(std::wstring_view rest);
 
 // The host file a path names on this PC. A path with a drive letter
 // ("C:\dir\file.exe", also behind "\\?\") lies in the folder that drive is

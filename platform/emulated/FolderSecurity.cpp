@@ -42,8 +42,6 @@ std::uint32_t Answer(std::uint32_t result)
     return result;
 }
 
-bool IsSeparator(wchar_t ch) { return ch == L'\\' || ch == L'/'; }
-
 bool IsDrivePath(std::wstring_view path)
 {
     return path.size() >= 2 && path[1] == L':' && ((path[0] >= L'A' && path[0] <= L'Z') || (path[0] >= L'a' && path[0] <= L'z'));
@@ -62,20 +60,9 @@ std::wstring FolderKey(std::wstring_view path)
         while (key.size() > 1 && key.back() == L'\\') key.pop_back();
         return key;
     }
-    std::vector<std::wstring_view> names;
-    for (std::size_t at = 2; at < path.size();) {
-        std::size_t end = at;
-        while (end < path.size() && !IsSeparator(path[end])) ++end;
-        const std::wstring_view name = path.substr(at, end - at);
-        if (name == L"..") {
-            if (!names.empty()) names.pop_back();
-        } else if (!name.empty() && name != L".") {
-            names.push_back(name);
-        }
-        at = end + 1;
-    }
+    const std::vector<std::wstring> names = NamesBelowRoot(path.substr(2));
     std::wstring key(path.substr(0, 2));
-    for (const std::wstring_view name : names) key.append(L"\\").append(name);
+    for (const std::wstring& name : names) key.append(L"\\").append(name);
     if (names.empty()) key += L'\\';
     return key;
 }

@@ -14,14 +14,6 @@ namespace {
 
 int failures = 0;
 
-
-void Check(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "failed: %s\n", what);
-    ++failures;
-}
-
 bool UwpExempt(const wchar_t* family, std::uint16_t major, std::uint16_t minor)
 {
     Security::BridgeAccessManager manager;
@@ -40,6 +32,18 @@ bool Win32Exempt(const std::shared_ptr<Server::Win32::Win32Information>& client)
 }
 
 } // namespace
+
+void Check(bool holds, const char* what)
+{
+    if (holds) return;
+    std::fprintf(stderr, "failed: %s\n", what);
+    ++failures;
+}
+
+int Failures()
+{
+    return failures;
+}
 
 int RunConsumerChecks(bool askForTheCaller)
 {

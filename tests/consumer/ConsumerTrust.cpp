@@ -6,7 +6,6 @@
 #include <KestrelSecurity.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,15 +17,6 @@ using namespace Tessel::Bridge;
 namespace fs = std::filesystem;
 
 namespace {
-
-int failures = 0;
-
-void Check(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "failed: %s\n", what);
-    ++failures;
-}
 
 std::string Read(const fs::path& file)
 {
@@ -72,5 +62,5 @@ int RunTrustChecks(const fs::path& material, const fs::path& stateFile)
 
     Check(facade.AreSignedBySameKey(app.c_str(), place("samekey.exe", "Other").c_str()), "two certificates of one key");
     Check(!facade.AreSignedBySameKey(app.c_str(), place("signed3072.exe", "Other").c_str()), "two keys");
-    return failures;
+    return Failures();
 }
