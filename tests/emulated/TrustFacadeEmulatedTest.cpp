@@ -1,6 +1,7 @@
 // The trust facade over the emulated PC with real signed files: the PC's
-// roots, catalogs, drives, folder security and environment, and many
-// threads asking at once.
+// roots, catalogs, drives and environment, and many threads asking at once.
+// The places and store folders through the installed package are in
+// tests/consumer/ConsumerTrust.cpp.
 #include "platform/CallerIdentity.h"
 #include "platform/FolderSecurity.h"
 #include "platform/SignatureVerification.h"
@@ -26,17 +27,11 @@ using Texts = std::vector<std::wstring>;
 
 namespace {
 
-constexpr const char* kInstaller = "S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
-constexpr std::uint32_t kGenericAll = 0x10000000;
-
 class TrustOnPc : public ::testing::Test {
 protected:
-    void SetUp() override { UseState(nlohmann::json::object()); }
-
-    void UseState(nlohmann::json state)
+    void SetUp() override
     {
-        state["trust"]["roots"] = (material / "root.crt").string();
-        WriteFileBytes(directory / "pc.json", state.dump());
+        WriteFileBytes(directory / "pc.json", nlohmann::json{{"trust", {{"roots", (material / "root.crt").string()}}}}.dump());
     }
 
     // A copy of a material file at a Windows path on the PC's C: drive.
@@ -69,26 +64,10 @@ protected:
     TempDirectory directory;
     ScopedEnvironment pc{"KESTREL_EMULATED_PC", (directory.Path() / "pc.json").string()};
     CapturedLog log;
-    std::vector<std::chrono::milliseconds> pauses;
     std::shared_ptr<TesselAuthenticodeHelper> helper = std::make_shared<TesselAuthenticodeHelper>(
         Platform::CreateCallerPlatform(), Platform::CreateFolderSecurity(),
-        [this](std::chrono::milliseconds pause) { pauses.push_back(pause); });
+        [](std::chrono::milliseconds) {});
 };
-
-TEST_F(TrustOnPc, APinnedSignerInTheProgramFilesIsTrusted)
-{
-    const std::wstring app = Place("signed.exe", "Program Files/Vendor");
-    EXPECT_TRUE(Facade({KeyText("leaf")}).IsFileTrustedByListA(app.c_str()));
-    EXPECT_EQ(Count(L"I Security - IsFileTrusted - trusted by windows = yes, trusted by Lattice = yes"), 1u);
-    EXPECT_EQ(Count(L"BeginsWith() failed"), 2u);
-    EXPECT_FALSE(Facade({KeyText("leaf")}).IsFileTrustedByListB(app.c_str())); // B is empty
-
-    log.sink->Clear();
-    const std::wstring elsewhere = Place("signed.exe", "Tools");
-    EXPECT_FALSE(Facade({KeyText("leaf")}).IsFileTrustedByListA(elsewhere.c_str()));
-    EXPECT_EQ(Count(L"BeginsWith() failed"), 3u);
-    EXPECT_EQ(Count(L"Didn't find substring [:\\WindowsApps\\] in [C:\\Tools\\signed.exe]"), 1u);
-}
 
 TEST_F(TrustOnPc, WhichSignaturesCountAndTheirKeyTexts)
 {
@@ -140,24 +119,6 @@ TEST_F(TrustOnPc, SameKeyDropboxAndTheWindowsOnlyCheck)
     EXPECT_FALSE(Facade({}).IsDropboxFileTrusted(Place("signed.exe", "Program Files/Dropbox").c_str()));
     EXPECT_TRUE(Facade({}).IsFileTrustedByWindows(Place("expired.exe", "Windows/System32").c_str()));
     EXPECT_FALSE(Facade({}).IsFileTrustedByWindows(Place("untrusted.exe", "Windows/System32").c_str()));
-}
-
-TEST_F(TrustOnPc, AStoreFolderIsJudgedByItsAccessList)
-{
-    const std::wstring app = Place("signed.exe", "WindowsApps/Vendor.App_1.0.0.0_arm64__r7w2k9d4m1q8z");
-    // Made like any folder at a drive's root: no GENERIC_ALL for TrustedInstaller.
-    EXPECT_FALSE(Facade({KeyText("leaf")}).IsFileTrustedByListA(app.c_str()));
-    EXPECT_EQ(Count(L"E Security - GetNamedSecurityInfo - Failed "), 5u);
-    EXPECT_EQ(pauses.size(), 4u);
-
-    UseState({{"folderSecurity",
-               {{"C:\\WindowsApps",
-                 {{"owner", kInstaller},
-                  {"group", "S-1-5-18"},
-                  {"dacl", {{{"type", 0}, {"mask", kGenericAll}, {"sid", kInstaller}},
-                            {{"type", 0}, {"mask", kGenericAll}, {"sid", "S-1-5-18"}}}}}}}}});
-    EXPECT_TRUE(Facade({KeyText("leaf")}).IsFileTrustedByListA(app.c_str()));
-    EXPECT_EQ(pauses.size(), 4u);
 }
 
 TEST_F(TrustOnPc, ManyThreadsAtOnce)
