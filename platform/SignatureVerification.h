@@ -23,6 +23,17 @@ constexpr std::uint32_t kBadDigest = 0x80096010;          // TRUST_E_BAD_DIGEST
 constexpr std::uint32_t kBadSignature = 0x80096004;       // TRUST_E_CERT_SIGNATURE
 constexpr std::uint32_t kFileError = 0x80092003;          // CRYPT_E_FILE_ERROR
 constexpr std::uint32_t kNoIndex = 0x80092004;            // CRYPT_E_NOT_FOUND: no signature at that index
+
+// The answers that come with the signer: trusted, expired, untrusted root.
+constexpr bool GivesSigner(std::uint32_t result)
+{
+    return result == kTrusted || result == kExpired || result == kUntrustedRoot;
+}
+// Trusted by Windows: an expired signer counts, an untrusted root does not.
+constexpr bool CountsAsTrusted(std::uint32_t result)
+{
+    return result == kTrusted || result == kExpired;
+}
 } // namespace TrustResult
 
 // The signer of an accepted signature.

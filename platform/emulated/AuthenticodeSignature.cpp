@@ -388,7 +388,7 @@ SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, c
         }
         if (check.result != TrustResult::kTrusted && check.result != TrustResult::kExpired) check.result = TrustResult::kChaining;
     }
-    if (check.result == TrustResult::kTrusted || check.result == TrustResult::kExpired || check.result == TrustResult::kUntrustedRoot) {
+    if (TrustResult::GivesSigner(check.result)) {
         const ASN1_BIT_STRING* key = X509_get0_pubkey_bitstr(certificate);
         Signer found{SubjectText(X509_get_subject_name(certificate)), {}};
         if (key != nullptr) found.publicKey.assign(key->data, key->data + key->length);

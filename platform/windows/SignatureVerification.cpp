@@ -19,11 +19,6 @@ using Windows::UniqueResource;
 constexpr DWORD kSubjectNameFlags = CERT_X500_NAME_STR | CERT_NAME_STR_NO_QUOTING_FLAG | CERT_NAME_STR_CRLF_FLAG;
 static_assert(kSubjectNameFlags == 0x18000003);
 
-bool IsAccepted(std::uint32_t result)
-{
-    return result == TrustResult::kTrusted || result == TrustResult::kUntrustedRoot || result == TrustResult::kExpired;
-}
-
 std::uint32_t HresultFromError(DWORD error)
 {
     return static_cast<std::uint32_t>(HRESULT_FROM_WIN32(error));
@@ -168,7 +163,7 @@ public:
         SignatureCheck check;
         check.result = static_cast<std::uint32_t>(::WinVerifyTrust(nullptr, &action_, &data_));
         check.secondarySignatures = settings_.cSecondarySigs;
-        if (IsAccepted(check.result)) check.signer = SignerOf(data_.hWVTStateData);
+        if (TrustResult::GivesSigner(check.result)) check.signer = SignerOf(data_.hWVTStateData);
         return check;
     }
 

@@ -16,17 +16,10 @@ namespace TrustResult = Platform::TrustResult;
 
 constexpr Logging::LoggingContext kContext = 0;
 
-bool IsAccepted(std::uint32_t status)
-{
-    return status == TrustResult::kTrusted || status == TrustResult::kUntrustedRoot || status == TrustResult::kExpired;
-}
-
-// An expired signer still counts; an untrusted root does not.
 bool TrustedByWindows(const std::vector<CertificateDetails>& records)
 {
-    return std::any_of(records.begin(), records.end(), [](const CertificateDetails& record) {
-        return record.status == TrustResult::kTrusted || record.status == TrustResult::kExpired;
-    });
+    return std::any_of(records.begin(), records.end(),
+                       [](const CertificateDetails& record) { return TrustResult::CountsAsTrusted(record.status); });
 }
 
 std::string TrimEnd(std::string text)
@@ -113,7 +106,7 @@ std::vector<CertificateDetails> TesselAuthenticodeFacade::VerifySignatures(Platf
     for (std::uint32_t index = 0;; ++index) {
         const Platform::SignatureCheck check =
             catalog ? verifier.VerifyThroughCatalog(*catalog, path, index) : verifier.VerifyEmbedded(path, index);
-        if (IsAccepted(check.result) && check.signer) {
+        if (TrustResult::GivesSigner(check.result) && check.signer) {
             CertificateDetails record;
             record.publicKey = TrimEnd(PublicKeyText(check.signer->publicKey));
             record.status = check.result;

@@ -85,11 +85,6 @@ protected:
     std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> roots{X509_STORE_new(), &X509_STORE_free};
 };
 
-bool TrustedByWindows(std::uint32_t result)
-{
-    return result == TrustResult::kTrusted || result == TrustResult::kExpired;
-}
-
 TEST_F(AuthenticodeSignature, EachSignatureGetsWinVerifyTrustsAnswer)
 {
     const std::pair<const char*, std::uint32_t> rows[] = {
@@ -163,16 +158,16 @@ TEST_F(AuthenticodeSignature, NoChangedOrCutSignatureIsTrusted)
             const auto set = SignatureSet::Parse(bytes);
             return set ? Judge(*set, 0, &digest).result : TrustResult::kNoSignature;
         };
-        ASSERT_TRUE(TrustedByWindows(judged(original))) << file;
+        ASSERT_TRUE(TrustResult::CountsAsTrusted(judged(original))) << file;
         for (std::size_t i = 0; i < original.size(); ++i) {
             for (const int change : {0x01, 0x80}) {
                 std::vector<std::uint8_t> bytes = original;
                 bytes[i] = static_cast<std::uint8_t>(bytes[i] ^ change);
-                EXPECT_FALSE(TrustedByWindows(judged(bytes))) << file << " byte " << i << " ^ " << change;
+                EXPECT_FALSE(TrustResult::CountsAsTrusted(judged(bytes))) << file << " byte " << i << " ^ " << change;
             }
         }
         for (std::size_t length = 0; length < original.size(); length += 7) {
-            EXPECT_FALSE(TrustedByWindows(judged({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)})));
+            EXPECT_FALSE(TrustResult::CountsAsTrusted(judged({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)})));
         }
     }
 }

@@ -45,11 +45,6 @@ std::vector<std::uint8_t> LeafKey()
     return {key.pbData, key.pbData + key.cbData};
 }
 
-bool Accepted(std::uint32_t result)
-{
-    return result == TrustResult::kTrusted || result == TrustResult::kUntrustedRoot || result == TrustResult::kExpired;
-}
-
 class SignatureVerificationWine : public ::testing::Test {
 protected:
     std::unique_ptr<ISignatureVerifier> verifier = CreateSignatureVerifier();
@@ -68,7 +63,7 @@ TEST_F(SignatureVerificationWine, UnsignedAndChangedFilesGiveNoSigner)
 TEST_F(SignatureVerificationWine, ASignedFileGivesItsLeafsSubjectAndKey)
 {
     const SignatureCheck check = verifier->VerifyEmbedded(Material(L"signed.exe"), 0);
-    EXPECT_TRUE(Accepted(check.result)) << std::hex << check.result;
+    EXPECT_TRUE(TrustResult::GivesSigner(check.result)) << std::hex << check.result;
     EXPECT_EQ(check.secondarySignatures, 0u);
     ASSERT_TRUE(check.signer);
     EXPECT_EQ(check.signer->subject, L"C=US\r\nS=Washington\r\nL=Redmond\r\nO=Kestrel Test\r\nOU=Release\r\nCN=Kestrel Test leaf");
@@ -81,7 +76,7 @@ TEST_F(SignatureVerificationWine, ANestedSignatureIsCountedAndVerifiedByIndex)
 {
     for (const std::uint32_t index : {0u, 1u}) {
         const SignatureCheck check = verifier->VerifyEmbedded(Material(L"nested.exe"), index);
-        EXPECT_TRUE(Accepted(check.result)) << index << ": " << std::hex << check.result;
+        EXPECT_TRUE(TrustResult::GivesSigner(check.result)) << index << ": " << std::hex << check.result;
         EXPECT_EQ(check.secondarySignatures, 1u) << index;
         EXPECT_TRUE(check.signer) << index;
     }

@@ -13,8 +13,6 @@ namespace Tessel::Bridge::Server::Services::Kestrel {
 namespace {
 
 using Platform::SignatureCheck;
-using Platform::TrustResult::kExpired;
-using Platform::TrustResult::kTrusted;
 
 constexpr int kAllTrusted = 0;
 constexpr int kNotAllTrusted = 1;
@@ -45,8 +43,6 @@ std::wstring OneLine(const std::wstring& subject)
     return line;
 }
 
-bool CountsAsTrusted(std::uint32_t result) { return result == kTrusted || result == kExpired; }
-
 // One line per signature; the loop stops as the verifier's count of
 // secondary signatures says, as WinVerifyTrust's callers do.
 template <typename Verify>
@@ -60,7 +56,7 @@ bool ListSignatures(const wchar_t* kind, const Verify& verify, std::vector<std::
             line += L" key=" + Platform::HexDigits(Platform::Sha256Of(check.signer->publicKey), false) + L" subject=" + OneLine(check.signer->subject);
         }
         lines.push_back(std::move(line));
-        trusted = trusted || CountsAsTrusted(check.result);
+        trusted = trusted || Platform::TrustResult::CountsAsTrusted(check.result);
         if (check.secondarySignatures < index + 1) return trusted;
     }
 }
