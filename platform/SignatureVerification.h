@@ -43,6 +43,9 @@ struct Signer {
     std::wstring subject;
     // The subject public key bytes (the bit string's contents).
     std::vector<std::uint8_t> publicKey;
+    // The name could not be converted to text (CertNameToStrW failed); an
+    // empty subject that converted is not this.
+    bool subjectUnreadable = false;
 };
 
 // One signature of a file, found by index as WSS_VERIFY_SPECIFIC finds it.
@@ -64,7 +67,7 @@ struct CatalogMembership {
 struct CatalogLookupFailure {
     enum class Step {
         AcquireContext, // CryptCATAdminAcquireContext2
-        HashFile,       // opening and hashing the file
+        HashFile,       // opening and hashing the file, with its own context
         FindCatalog,    // CryptCATAdminEnumCatalogFromHash: no catalog lists the hash
         CatalogInfo,    // CryptCATCatalogInfoFromContext
     };

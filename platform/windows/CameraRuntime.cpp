@@ -91,9 +91,12 @@ public:
         ::boolean supported = 0;
         ControlCapabilities result{};
         Check(capabilities->get_Supported(&supported), __LINE__);
+        result.supported = supported != 0;
+        // The range of a control the device lacks is never asked for: its
+        // read may fail, and an unsupported control is an answer, not an error.
+        if (!result.supported) return result;
         Check(capabilities->get_Min(&result.min), __LINE__);
         Check(capabilities->get_Max(&result.max), __LINE__);
-        result.supported = supported != 0;
         return result;
     }
 
@@ -178,6 +181,9 @@ public:
             UniqueHString id;
             Check(information->get_Id(id.Put()), __LINE__);
             device.id = ToWString(id.Get());
+            // Panels only choose between cameras: with one there is nothing
+            // to read, and a failing read must not end the run.
+            if (count < 2) continue;
             // A device without an enclosure location has no panel.
             ComPtr<IEnclosureLocation> location;
             Check(information->get_EnclosureLocation(location.Put()), __LINE__);

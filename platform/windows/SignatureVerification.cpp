@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <cwchar>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 
@@ -101,14 +102,16 @@ UniqueCatalogAdmin AcquireSha256Admin(DWORD& error)
     return admin;
 }
 
-std::wstring SubjectText(CERT_NAME_BLOB& subject)
+// Nothing when the conversion fails; an empty name converts to "".
+std::optional<std::wstring> SubjectText(CERT_NAME_BLOB& subject)
 {
     const DWORD size = ::CertNameToStrW(X509_ASN_ENCODING, &subject, kSubjectNameFlags, nullptr, 0);
-    if (size == 0) return {};
+    if (size == 0) return std::nullopt;
     std::wstring text(size, L'\0');
     const DWORD written = ::CertNameToStrW(X509_ASN_ENCODING, &subject, kSubjectNameFlags, text.data(), size);
+    if (written == 0) return std::nullopt;
     // Both counts include the terminating zero.
-    text.resize(written == 0 ? 0 : written - 1);
+    text.resize(written - 1);
     return text;
 }
 
@@ -126,7 +129,9 @@ std::optional<Signer> SignerOf(HANDLE state)
     CERT_INFO& info = *certificate->pCert->pCertInfo;
     const CRYPT_BIT_BLOB& key = info.SubjectPublicKeyInfo.PublicKey;
     Signer result;
-    result.subject = SubjectText(info.Subject);
+    std::optional<std::wstring> subject = SubjectText(info.Subject);
+    result.subjectUnreadable = !subject;
+    result.subject = std::move(subject).value_or(L"");
     if (key.pbData != nullptr) result.publicKey.assign(key.pbData, key.pbData + key.cbData);
     return result;
 }
@@ -232,9 +237,10 @@ public:
         const UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                               nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!file) return fail(Step::HashFile, ::GetLastError());
-        // The hash is taken through a context of its own.
+        // The hash is taken through a context of its own; without it there is
+        // no tag, which ends the whole check rather than only the catalog pass.
         const UniqueCatalogAdmin hashAdmin = AcquireSha256Admin(error);
-        if (!hashAdmin) return fail(Step::AcquireContext, error);
+        if (!hashAdmin) return fail(Step::HashFile, error);
         const auto calcHash = CatalogFunctions::Get().calcHashFromFileHandle;
         if (calcHash == nullptr) return fail(Step::HashFile, ERROR_PROC_NOT_FOUND);
         // The first call gives the size only.

@@ -2,6 +2,7 @@
 
 #include "logging/TraceLogger.h"
 #include "platform/CallerIdentity.h"
+#include "security/util/NoThrowCallerPlatform.h"
 
 #include <algorithm>
 #include <system_error>
@@ -50,7 +51,7 @@ RpcSecurityHelper::RpcSecurityHelper(std::shared_ptr<Platform::ICallerPlatform> 
     : publisherHash_(L"r7w2k9d4m1q8z"), manifestName_(L"TesselManifest"), manifestExtension_(L".xml"),
       catalogExtension_(L".cat"), signatureExtension_(L".p7s"), productExtension_(L".tsc"),
       catalog64Name_(L"tesselcustomcapcompx64.cat"), catalog32Name_(L"tesselcustomcapcompx86.cat"),
-      platform_(std::move(platform)) {}
+      platform_(NoThrow(std::move(platform))) {}
 
 RpcSecurityHelper::~RpcSecurityHelper() = default;
 

@@ -110,7 +110,7 @@ std::vector<CertificateDetails> TesselAuthenticodeFacade::VerifySignatures(Platf
             CertificateDetails record;
             record.publicKey = TrimEnd(PublicKeyText(check.signer->publicKey));
             record.status = check.result;
-            if (check.signer->subject.empty()) logger->LogError(kContext, L"Error while retrieving Subject field.");
+            if (check.signer->subjectUnreadable) logger->LogError(kContext, L"Error while retrieving Subject field.");
             ParseSubject(check.signer->subject, record);
             logger->LogInfo(kContext, L"Subject = %s", check.signer->subject.c_str());
             records.push_back(std::move(record));

@@ -2,6 +2,7 @@
 
 #include "platform/CallerIdentity.h"
 #include "platform/TypeName.h"
+#include "security/util/NoThrowCallerPlatform.h"
 
 #include <array>
 #include <typeinfo>
@@ -22,7 +23,8 @@ const std::string& TypeName()
 } // namespace
 
 UtilHelper::UtilHelper() : UtilHelper(Platform::CreateCallerPlatform()) {}
-UtilHelper::UtilHelper(std::shared_ptr<Platform::ICallerPlatform> platform) : platform_(std::move(platform)) {}
+UtilHelper::UtilHelper(std::shared_ptr<Platform::ICallerPlatform> platform)
+    : platform_(Security::NoThrow(std::move(platform))) {}
 UtilHelper::~UtilHelper() = default;
 
 bool UtilHelper::NullChecker(std::vector<NullCheckEntry> entries, Logging::LoggingContext context)

@@ -116,3 +116,45 @@ TEST_F(EmulatedSecurity, ManyThreadsLogEveryRecordWholeToOneFile)
     EXPECT_EQ(count, kThreads * kRecords);
     EXPECT_EQ(logger.DroppedRecords(), 0u);
 }
+
+// A state file the platform cannot read: every operation still answers (empty
+// or false) and logs the line of the step that failed; nothing is thrown.
+TEST_F(EmulatedSecurity, AMalformedPcFailsEachStepWithItsOwnLine)
+{
+    using Texts = std::vector<std::wstring>;
+    const std::wstring failed = L"W class Tessel::Bridge::Server::Services::UtilHelper.GetFullExpandedPath failed on function ";
+    const std::wstring pfn = L"E RpcSecurityHelper::GetPFNOfCaller - ";
+    struct Row {
+        const char* state;
+        Texts outsideACall, insideACall; // GetFullExpandedPath; GetPFNOfCaller then GetFullExpandedPath in a call from 5120
+    };
+    const Row rows[] = {
+        {"{\"environment\": ",
+         {failed + L"ExpandEnvironmentStrings with result 1359", failed + L"GetFullPathName with result 1359"},
+         {pfn + L"OpenProcess yielded null or invalid handle, Status: 5",
+          failed + L"process_handle is NULL or INVALID_HANDLE_VALUE with result 1359", failed + L"GetFullPathName with result 1359"}},
+        {R"({"environment": 5})",
+         {failed + L"ExpandEnvironmentStrings with result 1359", failed + L"GetFullPathName with result 1359"},
+         {failed + L"ExpandEnvironmentStringsForUser with result 1359", failed + L"GetFullPathName with result 1359"}},
+    };
+    for (const Row& row : rows) {
+        KestrelTest::WriteFileBytes(directory / "pc.json", row.state);
+        sink->Clear();
+        EXPECT_EQ(Server::Services::UtilHelper().GetFullExpandedPath(L"%windir%\\x.exe", 0), L"");
+        EXPECT_EQ(log.Lines(), row.outsideACall) << row.state;
+        sink->Clear();
+        {
+            const ServedCall call(5120);
+            const std::wstring name = Security::RpcSecurityHelper().GetPFNOfCaller();
+            EXPECT_EQ(Server::Services::UtilHelper().GetFullExpandedPath(L"%windir%\\x.exe", 0), L"");
+            EXPECT_EQ(log.Lines(), row.insideACall) << row.state;
+            EXPECT_EQ(name.empty(), row.insideACall.size() == 3) << row.state;
+        }
+        Security::TesselAuthenticodeFacade facade;
+        const wchar_t* file = L"C:\\Windows\\x.exe";
+        EXPECT_FALSE(facade.IsFileTrustedByListA(file) || facade.IsFileTrustedByListB(file) || facade.IsDropboxFileTrusted(file) ||
+                     facade.IsFileTrustedByWindows(file) || facade.AreSignedBySameKey(file, file) || facade.IsPathAllowed(file) ||
+                     facade.IsHostProcessAllowed(L"7C3E9B10.Caretto_r7w2k9d4m1q8z", true, file, L""))
+            << row.state;
+    }
+}

@@ -219,6 +219,17 @@ TEST_F(Trust, EverySignatureByIndexUntilTheSecondaryCountEnds)
                               L"I Subject = CN=One\r\nO=Org", L"I Subject = CN=Three"}));
 }
 
+TEST_F(Trust, OnlyAFailedNameConversionIsASubjectError)
+{
+    SignatureCheck unreadable = Check(0, 1, L"", Key(0xAA));
+    unreadable.signer->subjectUnreadable = true;
+    files[L"C:\\a.exe"].embedded = {Check(0, 1, L"", Key(0xAA)), unreadable};
+    EXPECT_EQ(Facade().GatherCertificates(L"C:\\a.exe").size(), 2u);
+    const Texts lines = Lines(); // after the two catalog lines
+    EXPECT_EQ(Texts(lines.begin() + 2, lines.end()),
+              (Texts{L"I Subject = ", L"E Error while retrieving Subject field.", L"I Subject = "}));
+}
+
 TEST_F(Trust, WindowsTrustAndPinnedKeysMustBothHold)
 {
     const std::wstring path = L"C:\\Windows\\a.exe";

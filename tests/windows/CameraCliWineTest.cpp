@@ -79,3 +79,11 @@ TEST_F(CameraCli, ACameraThatFailsToOpenEndsTheRun)
     EXPECT_THAT(result.err, ::testing::MatchesRegex("KestrelTool: CameraSession\\(\\d+\\): 0xC00D3704\\s*"));
     EXPECT_EQ(result.exitStatus, Tessel::Bridge::Server::Services::Kestrel::kAbnormalEndStatus);
 }
+
+TEST_F(CameraCli, ReadsThatDecideNothingAreNotMade)
+{
+    // One camera: its (failing) panel read is never made; no brightness: its
+    // (failing) range read is never made.
+    ExpectLines("only unreadable 0 1 100 400 100 0 0 0 0 0 0\n",
+                {{{"GetZoom"}, "0"}, {{"GetBrightness"}, "-1"}, {{"SetBrightness", "50"}, "0"}});
+}

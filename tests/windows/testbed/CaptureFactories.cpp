@@ -176,8 +176,11 @@ HRESULT SetCompleted(Object* self, IAsyncActionCompletedHandler* handler)
 const Interface kAsyncInfo{__uuidof(IAsyncInfo),
     {NI, S([](Object* self, AsyncStatus* status) { return *status = self->state->status, S_OK; }),
      S([](Object* self, HRESULT* error) { return *error = self->state->error, S_OK; }), NI, NI}};
+// A panel that is not a number fails to read.
 const Interface kEnclosure{__uuidof(IEnclosureLocation), {NI, NI, S([](Object* self, Panel* panel) {
-    return *panel = static_cast<Panel>(std::stoi(self->state->camera.panel)), S_OK;
+    const std::wstring& text = self->state->camera.panel;
+    if (text.find_first_not_of(L"0123456789") != std::wstring::npos) return E_FAIL;
+    return *panel = static_cast<Panel>(std::stoi(text)), S_OK;
 })}};
 const Interface kDevice{__uuidof(IDeviceInformation),
     {S([](Object* self, HSTRING* id) { return Text(self->state->camera.id, id); }), NI, NI, NI,
@@ -201,9 +204,14 @@ const Interface kInitialize{__uuidof(IAsyncAction), {S(SetCompleted), NI, S([](O
 const Interface kZoom{__uuidof(IZoomControl),
     {S(Read<&Camera::zoom, 0, ::boolean>), S(Read<&Camera::zoom, 1, FLOAT>), S(Read<&Camera::zoom, 2, FLOAT>), NI,
      S(Read<&Camera::zoom, 3, FLOAT>)}};
+// The range of a brightness the device lacks fails to read.
+template <int Index>
+HRESULT BrightnessBound(Object* self, DOUBLE* value)
+{
+    return self->state->camera.brightness[0] != 0 ? Read<&Camera::brightness, Index>(self, value) : E_NOTIMPL;
+}
 const Interface kCapabilities{__uuidof(IMediaDeviceControlCapabilities),
-    {S(Read<&Camera::brightness, 0, ::boolean>), S(Read<&Camera::brightness, 1, DOUBLE>),
-     S(Read<&Camera::brightness, 2, DOUBLE>)}};
+    {S(Read<&Camera::brightness, 0, ::boolean>), S(BrightnessBound<1>), S(BrightnessBound<2>)}};
 // Without brightness there is no value, as on a real device.
 const Interface kBrightness{__uuidof(IMediaDeviceControl),
     {S(Give<kCapabilities>), S([](Object* self, DOUBLE* value, ::boolean* read) {
