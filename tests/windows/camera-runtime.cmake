@@ -7,7 +7,8 @@ set_target_properties(kestrel_capture_factories PROPERTIES
     PREFIX "" OUTPUT_NAME KestrelCaptureFactories
     LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 target_include_directories(kestrel_capture_factories PRIVATE "${PROJECT_SOURCE_DIR}")
-target_link_libraries(kestrel_capture_factories PRIVATE kestrel_windows_api ole32 runtimeobject)
+target_link_libraries(kestrel_capture_factories PRIVATE kestrel_windows_api ole32
+    $<IF:$<CXX_COMPILER_ID:GNU>,runtimeobject,api-ms-win-core-winrt-string-l1-1-0>)
 target_link_options(kestrel_capture_factories PRIVATE -static)
 kestrel_warnings(kestrel_capture_factories)
 

@@ -1,6 +1,7 @@
 // An own-process service for the Wine prefix: it runs until it is stopped,
 // and each start appends a line to the file named by its first argument.
 #include <windows.h>
+#include <shellapi.h>
 
 #include <filesystem>
 #include <fstream>
@@ -39,9 +40,13 @@ void WINAPI ServiceMain(DWORD, LPWSTR*)
 
 } // namespace
 
-int wmain(int argc, wchar_t** argv)
+// main rather than wmain: not every toolchain here has a wide entry point.
+int main()
 {
-    if (argc > 1) std::ofstream(std::filesystem::path(argv[1]), std::ios::app) << "started\n";
+    int argc = 0;
+    wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+    if (argv != nullptr && argc > 1) std::ofstream(std::filesystem::path(argv[1]), std::ios::app) << "started\n";
+    LocalFree(argv);
     wchar_t name[] = L"";
     SERVICE_TABLE_ENTRYW table[] = {{name, &ServiceMain}, {nullptr, nullptr}};
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
