@@ -2,6 +2,7 @@
 
 #include "platform/common/Utf8.h"
 #include "platform/common/WindowsPathRules.h"
+#include "platform/emulated/EmulatedFiles.h"
 #include "platform/emulated/EmulatedPc.h"
 #include "platform/emulated/EmulatedRpcCall.h"
 
@@ -127,8 +128,10 @@ public:
             lastError = 6;
             return false;
         }
-        const std::uint32_t needed =
-            PathRules::ExpandVariables(source, destination, size, Environment(pc_.Read(), process->environment), lastError);
+        // As the user's environment block gives them: the system's variables,
+        // the user's own taking precedence.
+        const std::uint32_t needed = PathRules::ExpandVariables(
+            source, destination, size, ProgramEnvironment(pc_, pc_.Read(), &process->environment), lastError);
         if (needed == 0) return false;
         if (needed > size) {
             lastError = kInsufficientBuffer;
@@ -157,31 +160,7 @@ private:
     }
 
     // This program's variables and current directory, from one reading of the PC.
-    PathRules::PathEnvironment OwnEnvironment() const
-    {
-        const State state = pc_.Read();
-        const State& variables = Member(Member(state, "environment"), "variables");
-        if (!variables.is_object()) pc_.ThrowMalformed("/environment/variables is not an object");
-        return Environment(state, variables);
-    }
-
-    // The current directory of state with these variables.
-    PathRules::PathEnvironment Environment(const State& state, const State& variables) const
-    {
-        const State& current = Member(Member(state, "environment"), "currentDirectory");
-        if (!current.is_string()) pc_.ThrowMalformed("/environment/currentDirectory is not a text");
-        PathRules::PathEnvironment environment;
-        environment.currentDirectory = Utf8::Decode(current.get<std::string>());
-        environment.variable = [variables, this](std::wstring_view name) -> std::optional<std::wstring> {
-            for (const auto& [key, value] : variables.items()) {
-                if (!EqualIgnoringCase(Utf8::Decode(key), name)) continue;
-                if (!value.is_string()) pc_.ThrowMalformed("/environment/variables/" + key + " is not a text");
-                return Utf8::Decode(value.get<std::string>());
-            }
-            return std::nullopt;
-        };
-        return environment;
-    }
+    PathRules::PathEnvironment OwnEnvironment() const { return ProgramEnvironment(pc_, pc_.Read()); }
 
     std::optional<Process> Find(std::uint32_t processId) const
     {

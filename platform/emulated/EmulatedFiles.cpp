@@ -2,52 +2,57 @@
 
 #include "platform/common/Utf8.h"
 
+#include <algorithm>
 #include <string>
 #include <system_error>
-#include <vector>
+#include <utility>
 
 namespace Tessel::Bridge::Platform::Emulated {
 
 namespace {
 
-bool IsSeparator(wchar_t ch) { return ch == L'\\' || ch == L'/'; }
+constexpr std::uint32_t kPathNotFound = 3;
+constexpr std::uint32_t kBadNetPath = 53;
+constexpr std::uint32_t kInvalidName = 123;
 
-bool IsDriveLetter(wchar_t ch) { return (ch >= L'A' && ch <= L'Z') || (ch >= L'a' && ch <= L'z'); }
+// A name a file can have: not "." or "..", and none of the characters Windows
+// refuses in names (after a ':' a name would be a stream's).
+bool IsFileName(std::wstring_view name)
+{
+    constexpr std::wstring_view kRefused = L"\"*/:<>?\\|";
+    return !name.empty() && name != L"." && name != L".." && std::none_of(name.begin(), name.end(), [&](wchar_t ch) {
+        return ch < 32 || kRefused.find(ch) != std::wstring_view::npos;
+    });
+}
 
 // The entry of folder named `name`: the exact one if it exists, else one
 // whose name matches ignoring case, else the exact name (for a file that is
 // not there yet).
-std::filesystem::path Child(const std::filesystem::path& folder, const std::wstring& name)
+std::filesystem::path Child(const std::filesystem::path& folder, std::wstring_view name)
 {
     const std::filesystem::path exact = folder / Utf8::Encode(name);
     std::error_code error;
     if (std::filesystem::exists(exact, error)) return exact;
     for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
-        const std::wstring entry = Utf8::Decode(it->path().filename().string());
-        if (EqualIgnoringCase(entry, name)) return it->path();
+        if (EqualIgnoringCase(Utf8::Decode(it->path().filename().string()), name)) return it->path();
     }
     return exact;
 }
 
-} // namespace
-
-std::vector<std::wstring> NamesBelowRoot(std::wstring_view rest)
+// GetFullPathNameW's answer; nothing for a path it refuses.
+std::optional<std::wstring> FullPathOf(std::wstring_view path, const PathRules::PathEnvironment& environment)
 {
-    std::vector<std::wstring> names;
-    std::size_t at = 0;
-    while (at < rest.size()) {
-        std::size_t end = at;
-        while (end < rest.size() && !IsSeparator(rest[end])) ++end;
-        const std::wstring_view name = rest.substr(at, end - at);
-        if (name == L"..") {
-            if (!names.empty()) names.pop_back();
-        } else if (!name.empty() && name != L".") {
-            names.emplace_back(name);
-        }
-        at = end + 1;
-    }
-    return names;
+    const std::wstring text(path);
+    std::uint32_t lastError = 0;
+    std::wstring full(PathRules::FullPathName(text.c_str(), 0, nullptr, environment, lastError), L'\0');
+    const std::uint32_t length = full.empty() ? 0 : PathRules::FullPathName(text.c_str(), static_cast<std::uint32_t>(full.size()),
+                                                                              full.data(), environment, lastError);
+    if (length == 0 || length >= full.size()) return std::nullopt;
+    full.resize(length);
+    return full;
 }
+
+} // namespace
 
 State BuiltInDrives()
 {
@@ -69,27 +74,76 @@ std::filesystem::path HostPathFromState(const EmulatedPc& pc, const State& value
     return path.is_absolute() ? path : pc.StateFile().parent_path() / path;
 }
 
-std::optional<std::filesystem::path> HostPathOf(const EmulatedPc& pc, const State& state, std::wstring_view path)
+PathRules::PathEnvironment ProgramEnvironment(const EmulatedPc& pc, const State& state, const State* overrides)
 {
-    if (path.starts_with(L"\\\\?\\")) path.remove_prefix(4);
-    if (path.size() < 2 || !IsDriveLetter(path[0]) || path[1] != L':') {
-        if (path.size() >= 2 && IsSeparator(path[0]) && IsSeparator(path[1])) return std::nullopt; // UNC
-        return std::filesystem::path(Utf8::Encode(path));
-    }
-    const char letter = static_cast<char>(path[0] & ~0x20);
-    const State& drives = Member(state, "drives");
-    if (!drives.is_object()) return std::nullopt;
-    const State* folder = nullptr;
-    std::string key;
-    for (const auto& [name, value] : drives.items()) {
-        if (name.size() == 2 && name[1] == ':' && (name[0] & ~0x20) == letter && !value.is_null()) {
-            folder = &value;
-            key = name;
+    const State& environment = Member(state, "environment");
+    const State& current = Member(environment, "currentDirectory");
+    if (!current.is_string()) pc.ThrowMalformed("/environment/currentDirectory is not a text");
+    const State& variables = Member(environment, "variables");
+    if (!variables.is_object()) pc.ThrowMalformed("/environment/variables is not an object");
+    PathRules::PathEnvironment result;
+    result.currentDirectory = Utf8::Decode(current.get<std::string>());
+    // The overrides are looked in first, so a name set in both has their value.
+    State layers = State::array({overrides != nullptr ? *overrides : State::object(), variables});
+    result.variable = [layers = std::move(layers), pc](std::wstring_view name) -> std::optional<std::wstring> {
+        for (const State& layer : layers) {
+            for (const auto& [key, value] : layer.items()) {
+                if (!EqualIgnoringCase(Utf8::Decode(key), name)) continue;
+                if (!value.is_string()) pc.ThrowMalformed("the variable " + key + " is not a text");
+                return Utf8::Decode(value.get<std::string>());
+            }
+        }
+        return std::nullopt;
+    };
+    return result;
+}
+
+std::optional<std::filesystem::path> HostPathOf(const EmulatedPc& pc, const State& state, std::wstring_view path,
+                                                std::uint32_t* error)
+{
+    std::uint32_t ignored = 0;
+    std::uint32_t& why = error != nullptr ? *error : ignored;
+    const auto fail = [&](std::uint32_t answer) {
+        why = answer;
+        return std::nullopt;
+    };
+    // Only exactly "\\?\" passes a path through unchanged; "//?/" and "\\.\"
+    // are made full first. Either device prefix then leads to the drive after it.
+    std::wstring full;
+    if (path.starts_with(L"\\\\?\\")) {
+        full = path.substr(4);
+        if (full.size() >= 4 && EqualIgnoringCase(std::wstring_view(full).substr(0, 4), L"UNC\\")) return fail(kBadNetPath);
+    } else {
+        std::optional<std::wstring> made = FullPathOf(path, ProgramEnvironment(pc, state));
+        if (!made) return fail(kPathNotFound);
+        full = std::move(*made);
+        if (full.starts_with(L"\\\\.\\") || full.starts_with(L"\\\\?\\")) {
+            full.erase(0, 4);
+        } else if (full.starts_with(L"\\\\")) {
+            return fail(kBadNetPath);
         }
     }
-    if (folder == nullptr) return std::nullopt;
+    if (full.size() < 2 || full[1] != L':') return fail(kInvalidName);
+    const State& drives = Member(state, "drives");
+    const State* folder = nullptr;
+    std::string key;
+    for (auto it = drives.begin(); drives.is_object() && it != drives.end(); ++it) {
+        if (it.key().size() == 2 && EqualIgnoringCase(Utf8::Decode(it.key()), full.substr(0, 2)) && !it->is_null()) {
+            folder = &*it;
+            key = it.key();
+        }
+    }
+    if (folder == nullptr) return fail(kPathNotFound);
+    if (full.size() < 3 || full[2] != L'\\') return fail(kInvalidName); // the volume itself
     std::filesystem::path host = HostPathFromState(pc, *folder, ("/drives/" + key).c_str());
-    for (const std::wstring& name : NamesBelowRoot(path.substr(2))) host = Child(host, name);
+    const std::wstring_view names = std::wstring_view(full).substr(3);
+    for (std::size_t at = 0; at < names.size();) {
+        const std::size_t end = std::min(names.find(L'\\', at), names.size());
+        const std::wstring_view name = names.substr(at, end - at);
+        if (!IsFileName(name)) return fail(kInvalidName);
+        host = Child(host, name);
+        at = end + 1;
+    }
     return host;
 }
 

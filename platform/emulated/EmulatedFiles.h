@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/common/WindowsPathRules.h"
 #include "platform/emulated/EmulatedPc.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
-#include <string>
-#include <vector>
 #include <string_view>
 
 namespace Tessel::Bridge::Platform::Emulated {
@@ -21,16 +21,20 @@ State BuiltInTrust();
 // taken from the state file's folder.
 std::filesystem::path HostPathFromState(const EmulatedPc& pc, const State& value, const char* pointer);
 
-// The names of a path after its drive ("\\a\\.\\b\\..\\c" gives a, c): "."
-// dropped, ".." taking the name before it away (never above the root), "\\"
-// and "/" both separating.
-std::vector<std::wstring> NamesBelowRoot(std::wstring_view rest);
+// What this program's path functions see on the PC: its current directory and
+// its variables, with `overrides` (an object of variables) laid over them.
+PathRules::PathEnvironment ProgramEnvironment(const EmulatedPc& pc, const State& state, const State* overrides = nullptr);
 
-// The host file a path names on this PC. A path with a drive letter
-// ("C:\dir\file.exe", also behind "\\?\") lies in the folder that drive is
-// mapped to, "." and ".." taken as Windows takes them, each name matched
-// ignoring case when no exact match exists; any other path is a host path as
-// it stands. Nothing for a drive the PC does not have, or a UNC path.
-std::optional<std::filesystem::path> HostPathOf(const EmulatedPc& pc, const State& state, std::wstring_view path);
+// The host file that opening a Windows path reaches on this PC, as CreateFileW
+// resolves it: the full path from the PC's current directory and drives (".",
+// "..", trailing dots and spaces as GetFullPathNameW takes them; "%" is an
+// ordinary character), then each name below the drive's folder matched
+// ignoring case. A path behind "\\?\" is taken as it stands: "\" alone
+// separates and no name is changed. Nothing when the path reaches no file on a
+// mapped drive; `error` then gets Windows' answer: 3 (no such drive, or an
+// empty path), 53 (a network path) or 123 (a device, or a name no file can
+// have).
+std::optional<std::filesystem::path> HostPathOf(const EmulatedPc& pc, const State& state, std::wstring_view path,
+                                                std::uint32_t* error = nullptr);
 
 } // namespace Tessel::Bridge::Platform::Emulated

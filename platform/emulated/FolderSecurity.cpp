@@ -22,7 +22,6 @@ namespace {
 
 constexpr std::uint32_t kFileNotFound = 2;
 constexpr std::uint32_t kPathNotFound = 3;
-constexpr std::uint32_t kBadNetPath = 53;
 constexpr std::uint32_t kNoneMapped = 1332;
 constexpr std::uint32_t kInvalidSid = 1337;
 
@@ -40,31 +39,6 @@ std::uint32_t Answer(std::uint32_t result)
 {
     lastError = result;
     return result;
-}
-
-bool IsDrivePath(std::wstring_view path)
-{
-    return path.size() >= 2 && path[1] == L':' && ((path[0] >= L'A' && path[0] <= L'Z') || (path[0] >= L'a' && path[0] <= L'z'));
-}
-
-// A path written one way, to compare ignoring case: "\" between names and none
-// at the end; below a drive, "." and ".." resolved as Windows resolves them.
-std::wstring FolderKey(std::wstring_view path)
-{
-    if (path.starts_with(L"\\\\?\\")) path.remove_prefix(4);
-    if (!IsDrivePath(path)) {
-        std::wstring key(path);
-        for (wchar_t& ch : key) {
-            if (ch == L'/') ch = L'\\';
-        }
-        while (key.size() > 1 && key.back() == L'\\') key.pop_back();
-        return key;
-    }
-    const std::vector<std::wstring> names = NamesBelowRoot(path.substr(2));
-    std::wstring key(path.substr(0, 2));
-    for (const std::wstring& name : names) key.append(L"\\").append(name);
-    if (names.empty()) key += L'\\';
-    return key;
 }
 
 // Digits of one SID field, below limit; nothing for anything else.
@@ -147,10 +121,14 @@ public:
         const State state = pc_.Read();
         // Every entry is read, so a malformed one is found whichever folder is asked for.
         const std::vector<std::pair<std::wstring, FolderSecurityDescriptor>> entries = Descriptors(state);
-        if (const std::uint32_t missing = Missing(state, folder); missing != 0) return Answer(missing);
-        const std::wstring key = FolderKey(folder);
+        std::uint32_t missing = 0;
+        const std::optional<std::filesystem::path> host = Existing(state, folder, missing);
+        if (!host) return Answer(missing);
+        // An entry is the descriptor of the file its path reaches.
         for (const auto& [path, stored] : entries) {
-            if (EqualIgnoringCase(path, key)) {
+            const std::optional<std::filesystem::path> entry = HostPathOf(pc_, state, path);
+            std::error_code error;
+            if (entry && std::filesystem::equivalent(*entry, *host, error)) {
                 descriptor = stored;
                 return Answer(0);
             }
@@ -176,16 +154,16 @@ public:
     std::uint32_t LastError() override { return lastError; }
 
 private:
-    // 0 when the path names a file or folder on the PC; else what Windows
-    // answers: the last name missing, a folder before it missing, no such drive
-    // or server.
-    std::uint32_t Missing(const State& state, const std::wstring& folder) const
+    // The host file or folder the path reaches on the PC; else what Windows
+    // answers: the last name missing, a folder before it missing, no such
+    // drive or server, a name no file has.
+    std::optional<std::filesystem::path> Existing(const State& state, const std::wstring& folder, std::uint32_t& missing) const
     {
-        const std::optional<std::filesystem::path> host = HostPathOf(pc_, state, folder);
-        if (!host) return IsDrivePath(FolderKey(folder)) ? kPathNotFound : kBadNetPath;
+        const std::optional<std::filesystem::path> host = HostPathOf(pc_, state, folder, &missing);
         std::error_code error;
-        if (std::filesystem::exists(*host, error)) return 0;
-        return std::filesystem::is_directory(host->parent_path(), error) ? kFileNotFound : kPathNotFound;
+        if (!host || std::filesystem::exists(*host, error)) return host;
+        missing = std::filesystem::is_directory(host->parent_path(), error) ? kFileNotFound : kPathNotFound;
+        return std::nullopt;
     }
 
     const State& Area(const State& state, const char* name) const
@@ -246,7 +224,7 @@ private:
                     descriptor.dacl->push_back(std::move(entry));
                 }
             }
-            entries.emplace_back(FolderKey(Utf8::Decode(path)), std::move(descriptor));
+            entries.emplace_back(Utf8::Decode(path), std::move(descriptor));
         }
         return entries;
     }

@@ -109,8 +109,8 @@ struct FileFacts {
 
 class EmulatedSignatureVerifier final : public ISignatureVerifier {
 public:
-    EmulatedSignatureVerifier(EmulatedPc pc, OwnedStore roots, std::filesystem::path catalogs)
-        : pc_(std::move(pc)), roots_(std::move(roots)), catalogs_(std::move(catalogs))
+    EmulatedSignatureVerifier(EmulatedPc pc, OwnedStore roots, std::filesystem::path catalogs, bool hostPaths)
+        : pc_(std::move(pc)), roots_(std::move(roots)), catalogs_(std::move(catalogs)), hostPaths_(hostPaths)
     {
     }
 
@@ -180,8 +180,12 @@ public:
 private:
     Authenticode::Judgement JudgedNow() const { return {roots_.get(), std::time(nullptr)}; }
 
+    // The file is opened as the PC opens it, so the verdict is on the file
+    // that the path rules judged.
     std::optional<std::filesystem::path> HostPath(const std::wstring& path) const
     {
+        const bool onPc = (path.size() >= 2 && path[1] == L':') || path.starts_with(L"\\\\");
+        if (hostPaths_ && !path.empty() && !onPc) return std::filesystem::path(Utf8::Encode(path));
         return HostPathOf(pc_, pc_.Read(), path);
     }
 
@@ -274,6 +278,7 @@ private:
     EmulatedPc pc_;
     OwnedStore roots_;
     std::filesystem::path catalogs_;
+    bool hostPaths_;
     FileFacts cached_;
     std::filesystem::path cachedPath_;
     std::optional<FileIdentity> cachedIdentity_;
@@ -294,7 +299,7 @@ std::unique_ptr<ISignatureVerifier> Create(const TrustSources& sources)
     for (const auto& [drive, folder] : Member(state, "drives").items()) {
         if (!folder.is_null()) HostPathFromState(pc, folder, ("/drives/" + drive).c_str());
     }
-    return std::make_unique<EmulatedSignatureVerifier>(std::move(pc), LoadRoots(roots), std::move(catalogs));
+    return std::make_unique<EmulatedSignatureVerifier>(std::move(pc), LoadRoots(roots), std::move(catalogs), sources.hostPaths);
 }
 
 } // namespace

@@ -51,13 +51,13 @@ TEST_F(EmulatedSecurity, TheCallersOfTheDefaultPcAreIdentifiedOrLogged)
 
 TEST_F(EmulatedSecurity, PathsExpandInTheCallersEnvironmentInsideACallAndOursOutside)
 {
+    KestrelTest::WriteFileBytes(directory / "pc.json", R"({"environment": {"variables": {"LOCALAPPDATA": "C:\\Ours"}}})");
     Server::Services::UtilHelper helper;
     EXPECT_EQ(helper.GetFullExpandedPath(L"%SystemRoot%\\System32\\..\\notepad.exe", 5), L"C:\\Windows\\notepad.exe");
-    EXPECT_EQ(helper.GetFullExpandedPath(L"docs\\a.txt", 5), L"C:\\Users\\kestrel\\docs\\a.txt");
     {
         const ServedCall call(5120);
-        EXPECT_EQ(helper.GetFullExpandedPath(L"%LOCALAPPDATA%/x", 5), L"C:\\Users\\kestrel\\AppData\\Local\\x");
-        EXPECT_EQ(helper.GetFullExpandedPath(L"%ProgramFiles%\\x", 5), L"C:\\Users\\kestrel\\%ProgramFiles%\\x");
+        EXPECT_EQ(helper.GetFullExpandedPath(L"%LOCALAPPDATA%/x", 5), L"C:\\Users\\kestrel\\AppData\\Local\\x"); // the caller's own
+        EXPECT_EQ(helper.GetFullExpandedPath(L"%windir%\\x", 5), L"C:\\Windows\\x"); // the system's, which the caller's lacks
     }
 }
 

@@ -34,7 +34,7 @@ TEST_F(EmulatedFolderSecurity, FoldersHaveTheirStoredDescriptorElseTheDefaultAnd
         "group": "S-1-0x0000000000FF-7", "dacl": [{"type": 0, "mask": 268435456, "sid": "S-1-5-18"},
             {"type": 1, "mask": 4294967295, "sid": "S-1-20015998343868-7"}, {"type": 5, "mask": 256, "sid": "x"}]},
         "C:\\WindowsApps\\Open": {"group": "S-1-5-18", "dacl": null}, "C:\\Gone": {}}})");
-    for (const wchar_t* path : {L"C:\\WindowsApps", L"\\\\?\\C:\\Users\\..\\.\\WINDOWSAPPS\\"}) {
+    for (const wchar_t* path : {L"C:\\WindowsApps", L"c:/Users/.././WINDOWSAPPS./"}) {
         ASSERT_EQ(security->ReadFolderSecurity(path, read), 0u) << path;
         EXPECT_EQ(read.owner + L"|" + read.group, kTrustedInstaller + L"|S-1-255-7");
         EXPECT_EQ(read.dacl, (Entries{{0, 0x10000000, L"S-1-5-18"}, {1, 0xFFFFFFFF, L"S-1-0x123456789abc-7"}, {5, 256, L""}}));
@@ -47,7 +47,7 @@ TEST_F(EmulatedFolderSecurity, FoldersHaveTheirStoredDescriptorElseTheDefaultAnd
     EXPECT_EQ(read.dacl, (Entries{{0, 0x1F01FF, L"S-1-5-32-544"}, {0, 0x1F01FF, L"S-1-5-18"},
                                   {0, 0x1200A9, L"S-1-5-32-545"}, {0, 0x1301BF, L"S-1-5-11"}}));
     const std::pair<const wchar_t*, std::uint32_t> missing[] = {
-        {L"C:\\Gone", 2}, {L"C:\\Gone\\Below", 3}, {L"Q:\\WindowsApps", 3}, {L"\\\\server\\share", 53}};
+        {L"C:\\Gone", 2}, {L"C:\\Gone\\Below", 3}, {L"Q:\\WindowsApps", 3}, {L"\\\\server\\share", 53}, {L"\\\\?\\C:\\Users\\..\\WindowsApps", 123}};
     for (const auto& [path, error] : missing) {
         EXPECT_EQ(security->ReadFolderSecurity(path, read), error) << path;
         EXPECT_EQ(security->LastError(), error);

@@ -1,9 +1,8 @@
-// The emulated PC's verifier on whole files: where Windows paths lead, and
-// that no change to a signed file, inside its hashed bytes or its signature,
-// leaves it trusted.
+// The emulated PC's verifier on whole files: no change to a signed file,
+// inside its hashed bytes or its signature, leaves it trusted. Where Windows
+// paths lead is in TrustFacadeEmulatedTest.cpp.
 #include "platform/SignatureVerification.h"
 #include "platform/common/Hex.h"
-#include "platform/emulated/EmulatedFiles.h"
 
 #include "emulated/EmulatedTestSupport.h"
 #include "support/CatalogBuilder.h"
@@ -16,35 +15,10 @@
 #include <openssl/sha.h>
 
 using namespace Tessel::Bridge::Platform;
-using namespace Tessel::Bridge::Platform::Emulated;
 using namespace KestrelTest;
 namespace fs = std::filesystem;
 
 namespace {
-
-TEST(EmulatedDrives, WindowsPathsLeadIntoTheMappedFolders)
-{
-    TempDirectory folder;
-    const EmulatedPc pc(folder / "pc.json");
-    State state = EmulatedPc::BuiltInState();
-    state["drives"]["d:"] = "/mnt/data";
-    fs::create_directories(folder / "drive-c" / "Program Files" / "Vendor");
-    WriteFileBytes(folder / "drive-c" / "Program Files" / "Vendor" / "App.exe", "MZ");
-    const fs::path app = folder / "drive-c" / "Program Files" / "Vendor" / "App.exe";
-
-    EXPECT_EQ(HostPathOf(pc, state, L"C:\\Program Files\\Vendor\\App.exe"), app);
-    EXPECT_EQ(HostPathOf(pc, state, L"c:/PROGRAM FILES//vendor\\.\\x\\..\\app.EXE"), app); // case, ".", ".." and "//"
-    EXPECT_EQ(HostPathOf(pc, state, L"\\\\?\\C:\\Program Files\\Vendor\\App.exe"), app);
-    EXPECT_EQ(HostPathOf(pc, state, L"C:\\..\\..\\etc\\passwd"), folder / "drive-c" / "etc" / "passwd"); // never above the root
-    EXPECT_EQ(HostPathOf(pc, state, L"D:\\Missing.txt"), fs::path("/mnt/data/Missing.txt"));
-    EXPECT_EQ(HostPathOf(pc, state, L"E:\\x.exe"), std::nullopt);
-    EXPECT_EQ(HostPathOf(pc, state, L"\\\\server\\share\\x.exe"), std::nullopt);
-    EXPECT_EQ(HostPathOf(pc, state, L"relative/x.exe"), fs::path("relative/x.exe"));
-    state["drives"]["C:"] = nullptr;
-    EXPECT_EQ(HostPathOf(pc, state, L"C:\\x.exe"), std::nullopt);
-    state["drives"]["C:"] = 7;
-    EXPECT_THROW(HostPathOf(pc, state, L"C:\\x.exe"), EmulatedPcError);
-}
 
 class SignatureVerifier : public ::testing::Test {
 protected:
@@ -74,7 +48,7 @@ protected:
     TempDirectory directory;
     ScopedEnvironment pc{"KESTREL_EMULATED_PC", (directory / "pc.json").string()};
     fs::path material = TrustMaterial();
-    std::unique_ptr<ISignatureVerifier> verifier = CreateSignatureVerifier({material / "root.crt", {}});
+    std::unique_ptr<ISignatureVerifier> verifier = CreateSignatureVerifier({material / "root.crt", {}, true});
 };
 
 TEST_F(SignatureVerifier, NoChangedByteOrCutOfASignedFileIsTrusted)

@@ -10,6 +10,7 @@
 #include "emulated/EmulatedTestSupport.h"
 #include "support/CapturedLog.h"
 #include "support/CatalogBuilder.h"
+#include "support/PathForms.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TempDirectory.h"
 #include "support/TrustMaterial.h"
@@ -119,6 +120,24 @@ TEST_F(TrustOnPc, SameKeyDropboxAndTheWindowsOnlyCheck)
     EXPECT_FALSE(Facade({}).IsDropboxFileTrusted(Place("signed.exe", "Program Files/Dropbox").c_str()));
     EXPECT_TRUE(Facade({}).IsFileTrustedByWindows(Place("expired.exe", "Windows/System32").c_str()));
     EXPECT_FALSE(Facade({}).IsFileTrustedByWindows(Place("untrusted.exe", "Windows/System32").c_str()));
+}
+
+// Every file of the table is signed but "App.exe.", which only "\\?\" reaches.
+TEST_F(TrustOnPc, EachPathFormIsJudgedOnTheFileWindowsOpens)
+{
+    WriteFileBytes(directory / "pc.json", nlohmann::json{{"trust", {{"roots", (material / "root.crt").string()}}},
+                                                         {"environment", {{"currentDirectory", "C:\\Program Files\\Vendor"}}}}.dump());
+    for (const PathForm& form : kPathForms) {
+        if (form.opens == nullptr) continue;
+        std::wstring host = form.opens + 3;
+        std::replace(host.begin(), host.end(), L'\\', L'/');
+        fs::create_directories((directory / "drive-c" / host).parent_path());
+        fs::copy_file(material / (host.back() == L'.' ? "unsigned.exe" : "signed.exe"), directory / "drive-c" / host,
+                      fs::copy_options::overwrite_existing);
+    }
+    for (const PathForm& form : kPathForms) {
+        EXPECT_EQ(Facade({}).IsFileTrustedByWindows(form.path), form.allowed && form.opens != nullptr) << form.path;
+    }
 }
 
 TEST_F(TrustOnPc, ManyThreadsAtOnce)

@@ -5,6 +5,7 @@
 #include "platform/FolderSecurity.h"
 #include "security/KestrelSecurity.h"
 #include "support/CapturedLog.h"
+#include "support/PathForms.h"
 #include "support/StoreFolder.h"
 #include "support/TrustMaterial.h"
 #include "windows/StandInCall.h"
@@ -32,12 +33,6 @@ protected:
     {
         std::ifstream in(KestrelTest::TrustMaterial() / (std::string(name) + ".keytext"), std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
-    }
-    static std::wstring Expanded(const wchar_t* text)
-    {
-        wchar_t buffer[MAX_PATH];
-        const DWORD length = ExpandEnvironmentStringsW(text, buffer, MAX_PATH);
-        return length == 0 || length > MAX_PATH ? L"" : buffer;
     }
     std::size_t Count(const std::wstring& text) const
     {
@@ -75,17 +70,22 @@ TEST_F(TrustFacadeWine, TheSignersRecordFromWinTrust)
     EXPECT_FALSE(facade.AreSignedBySameKey(Material("signed.exe").c_str(), Material("dropbox.exe").c_str()));
 }
 
-TEST_F(TrustFacadeWine, ThePrefixsOwnWindowsAndProgramFilesFolders)
+// Each form as Wine's own GetFullPathNameW, ExpandEnvironmentStringsW and
+// CreateFileW take it (under _wfopen); each file holds its path.
+TEST_F(TrustFacadeWine, EachPathFormReachesTheFileOfTheTable)
 {
-    EXPECT_TRUE(helper->IsPathAllowed(Expanded(L"%windir%\\SYSTEM32\\KERNEL32.DLL").c_str()));
-    EXPECT_EQ(Count(L"BeginsWith() failed"), 0u);
-    const std::wstring app = Expanded(L"%ProgramFiles%\\Kestrel\\app.exe");
-    EXPECT_TRUE(helper->IsPathAllowed(app.c_str()));
-    EXPECT_EQ(Count(L"BeginsWith() failed [" + app + L"] [" + Expanded(L"%ProgramFiles(x86)%\\") + L"]"), 1u);
-    EXPECT_EQ(Count(L"BeginsWith() failed"), 2u);
-    EXPECT_FALSE(helper->IsPathAllowed(L"C:\\users\\Public\\app.exe"));
-    EXPECT_EQ(Count(L"BeginsWith() failed"), 5u);
-    EXPECT_EQ(Count(L"Didn't find substring [:\\WindowsApps\\] in [C:\\users\\Public\\app.exe]"), 1u);
+    CreateDirectoryW(L"C:\\Program Files\\Vendor", nullptr);
+    for (const KestrelTest::PathForm& form : KestrelTest::kPathForms) {
+        if (form.opens) std::ofstream(std::filesystem::path(L"\\\\?\\" + std::wstring(form.opens))) << std::filesystem::path(form.opens).string();
+    }
+    wchar_t previous[MAX_PATH];
+    ASSERT_TRUE(GetCurrentDirectoryW(MAX_PATH, previous) && SetCurrentDirectoryW(L"C:\\Program Files\\Vendor"));
+    for (const KestrelTest::PathForm& form : KestrelTest::kPathForms) {
+        EXPECT_EQ(helper->IsPathAllowed(form.path), form.allowed) << form.path;
+        std::ifstream in(std::filesystem::path{form.path}, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), form.opens ? std::filesystem::path(form.opens).string() : "") << form.path;
+    }
+    SetCurrentDirectoryW(previous);
 }
 
 // Wine keeps no access list a program sets and knows no TrustedInstaller, so

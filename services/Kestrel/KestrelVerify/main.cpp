@@ -8,6 +8,10 @@ int main(int argc, char* argv[])
     namespace Platform = Tessel::Bridge::Platform;
     const Platform::WideStandardOutput output;
     return Tessel::Bridge::Server::Services::Kestrel::RunKestrelVerify(
-        argc, argv, [](const Platform::TrustSources& sources) { return Platform::CreateSignatureVerifier(sources); },
+        argc, argv,
+        [](Platform::TrustSources sources) {
+            sources.hostPaths = true; // files named on the command line
+            return Platform::CreateSignatureVerifier(sources);
+        },
         std::wcout, std::wcerr);
 }
