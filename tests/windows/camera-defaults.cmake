@@ -16,7 +16,7 @@ kestrel_warnings(kestrel_camera_configuration_server)
 string(REPLACE "/" "\\" camera_server_dll "Z:${CMAKE_BINARY_DIR}/bin/KestrelCameraConfigurationServer.dll")
 set(camera_server_key "HKCR\\CLSID\\{6C92B540-5854-4A17-92B6-AC89C96E9683}\\InprocServer32")
 kestrel_wine_test(camera_defaults.register COMMAND sh -c
-    "wine reg add \"$0\" /ve /d \"$1\" /f && wine reg add \"$0\" /v ThreadingModel /t REG_SZ /d Both /f && wineserver -w"
+    "wine reg add \"$0\" /ve /d \"$1\" /f && wine reg add \"$0\" /v ThreadingModel /t REG_SZ /d Both /f && ${wine_settle}"
     "${camera_server_key}" "${camera_server_dll}"
     REQUIRED_FILES "${CMAKE_BINARY_DIR}/bin/KestrelCameraConfigurationServer.dll")
 set_tests_properties(camera_defaults.register PROPERTIES FIXTURES_SETUP camera_defaults_server)

@@ -20,7 +20,7 @@ foreach(class Windows.Devices.Enumeration.DeviceInformation Windows.Media.Captur
     list(APPEND capture_class_keys "HKLM\\Software\\Microsoft\\WindowsRuntime\\ActivatableClassId\\${class}")
 endforeach()
 kestrel_wine_test(camera_runtime.register COMMAND sh -c
-    "for key in \"$@\"; do wine reg add \"$key\" /v DllPath /t REG_SZ /d \"$0\" /f || exit 1; done; wineserver -w"
+    "for key in \"$@\"; do wine reg add \"$key\" /v DllPath /t REG_SZ /d \"$0\" /f || exit 1; done; ${wine_settle}"
     "${capture_factories_dll}" ${capture_class_keys}
     REQUIRED_FILES "${capture_factories_file}")
 set_tests_properties(camera_runtime.register PROPERTIES FIXTURES_SETUP capture_factories)
