@@ -130,7 +130,7 @@ std::vector<std::uint8_t> HashBytes(const std::wstring& hex)
 {
     std::vector<std::uint8_t> bytes;
     for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(std::string(hex.begin() + at, hex.begin() + at + 2), nullptr, 16)));
+        bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(at, 2), nullptr, 16)));
     }
     return bytes;
 }
