@@ -124,19 +124,6 @@ CatalogSigner SignerFromPem(const std::filesystem::path& certificatePem, const s
     return signer;
 }
 
-namespace {
-
-std::vector<std::uint8_t> HashBytes(const std::wstring& hex)
-{
-    std::vector<std::uint8_t> bytes;
-    for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(at, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-} // namespace
-
 std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags, MemberFormat format)
 {
     const Catalog::OwnedTrustList list(Catalog::CertificateTrustList_new());
@@ -155,7 +142,10 @@ std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags, 
     Check(list->trustedSubjects != nullptr, "subject list");
     for (const std::wstring& tag : tags) {
         std::unique_ptr<Catalog::TrustedSubject, SubjectFree> subject(Catalog::TrustedSubject_new());
-        const std::vector<std::uint8_t> text = format == MemberFormat::kText ? Utf16LeWithZero(tag) : HashBytes(tag);
+        std::vector<std::uint8_t> text = format == MemberFormat::kText ? Utf16LeWithZero(tag) : std::vector<std::uint8_t>();
+        for (std::size_t at = 0; format == MemberFormat::kBinary && at + 1 < tag.size(); at += 2) {
+            text.push_back(static_cast<std::uint8_t>(std::stoi(tag.substr(at, 2), nullptr, 16)));
+        }
         Check(subject && ASN1_OCTET_STRING_set(subject->subjectIdentifier, text.data(), static_cast<int>(text.size())) == 1 &&
                   Catalog::sk_TrustedSubject_push(list->trustedSubjects, subject.get()) > 0,
               "member");
