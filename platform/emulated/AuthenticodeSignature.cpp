@@ -209,17 +209,19 @@ std::uint32_t CheckSignerSignature(const PKCS7* p7, PKCS7_SIGNER_INFO* signer, X
                                                                                              : TrustResult::kBadSignature;
 }
 
-// Certificates from before basic constraints were required (Microsoft's 1997
-// roots carry no extension at all) may issue others, as Windows' chain engine
-// lets them: only a basic constraints extension that says "not a CA", or a
-// key usage without certificate signing, stops a certificate from issuing.
-int AcceptLegacyCa(int ok, X509_STORE_CTX* context)
+// A trusted root may issue certificates without saying so: roots from before
+// basic constraints were required (Microsoft's 1997 roots carry no extension
+// at all) are CAs to Windows' chain engine. Only a basic constraints
+// extension that says "not a CA", or a key usage without certificate
+// signing, stops a root; a certificate below the root must still say it is a CA.
+int AcceptLegacyRoot(int ok, X509_STORE_CTX* context)
 {
     if (ok == 0 && X509_STORE_CTX_get_error(context) == X509_V_ERR_INVALID_CA) {
         X509* certificate = X509_STORE_CTX_get_current_cert(context);
+        const bool top = X509_STORE_CTX_get_error_depth(context) + 1 == sk_X509_num(X509_STORE_CTX_get0_chain(context));
         const std::uint32_t flags = certificate == nullptr ? EXFLAG_BCONS : X509_get_extension_flags(certificate);
         const bool mayIssue = (flags & EXFLAG_KUSAGE) == 0 || (X509_get_key_usage(certificate) & KU_KEY_CERT_SIGN) != 0;
-        if ((flags & EXFLAG_BCONS) == 0 && mayIssue) {
+        if (top && (flags & EXFLAG_SS) != 0 && (flags & EXFLAG_BCONS) == 0 && mayIssue) {
             X509_STORE_CTX_set_error(context, X509_V_OK);
             return 1;
         }
@@ -237,7 +239,7 @@ int VerifyChain(X509* leaf, STACK_OF(X509)* others, X509_STORE* roots, std::opti
     X509_VERIFY_PARAM* parameters = X509_STORE_CTX_get0_param(context.get());
     // Windows still takes SHA-1 (and, in roots, MD5) for code signing chains.
     X509_VERIFY_PARAM_set_auth_level(parameters, 0);
-    X509_STORE_CTX_set_verify_cb(context.get(), AcceptLegacyCa);
+    X509_STORE_CTX_set_verify_cb(context.get(), AcceptLegacyRoot);
     if (at) {
         X509_VERIFY_PARAM_set_time(parameters, *at);
     } else {

@@ -25,13 +25,13 @@ unpack() {
     work=$(mktemp -d "$cache/fetch.XXXXXX")
     if [[ $source == npm ]]; then
       (cd "$work" && npm pack --silent "$package" >/dev/null 2>"$work/log" && mkdir x && tar xzf ./*.tgz -C x) ||
-        { cat "$work/log" >&2; rm -rf "$work"; die "could not fetch $package from the npm registry"; }
+        { cat "$work/log" >&2; rm -rf "$work"; die "could not fetch $package from the npm registry (no network?)"; }
     else
       # Package lists may be missing or old on a fresh machine: refresh once.
       (cd "$work" && { apt-get download "$package" >"$work/log" 2>&1 ||
         { apt-get update -q >>"$work/log" 2>&1 && apt-get download "$package" >>"$work/log" 2>&1; }; } &&
         mkdir x && dpkg-deb -x ./*.deb x) ||
-        { cat "$work/log" >&2; rm -rf "$work"; die "could not fetch the Debian package $package"; }
+        { cat "$work/log" >&2; rm -rf "$work"; die "could not fetch the Debian package $package (no network?)"; }
     fi
     mv "$work/x" "$dir"
     rm -rf "$work"
