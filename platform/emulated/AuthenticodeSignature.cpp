@@ -3,6 +3,7 @@
 #include "platform/common/Utf8.h"
 
 #include <openssl/asn1t.h>
+#include <openssl/cms.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/ts.h>
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 namespace Tessel::Bridge::Platform::Emulated::Authenticode {
 
@@ -53,6 +55,7 @@ constexpr const char* kNestedSignature = "1.3.6.1.4.1.311.2.4.1"; // SPC_NESTED_
 constexpr const char* kRfc3161Timestamp = "1.3.6.1.4.1.311.3.3.1"; // SPC_RFC3161_OBJID
 constexpr const char* kCountersignature = "1.2.840.113549.1.9.6"; // szOID_RSA_counterSign
 constexpr const char* kData = "1.2.840.113549.1.7.1"; // szOID_RSA_data
+constexpr const char* kTstInfo = "1.2.840.113549.1.9.16.1.4"; // id-ct-TSTInfo
 constexpr std::size_t kMaxNested = 64;
 
 template <typename T, void (*Free)(T*)>
@@ -66,9 +69,13 @@ using OwnedObject = Owned<ASN1_OBJECT, ASN1_OBJECT_free>;
 using OwnedStoreContext = Owned<X509_STORE_CTX, X509_STORE_CTX_free>;
 using OwnedDigestContext = Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
 using OwnedIndirectData = Owned<SpcIndirectDataContent, SpcIndirectDataContent_free>;
-using OwnedVerifyContext = Owned<TS_VERIFY_CTX, TS_VERIFY_CTX_free>;
 using OwnedTstInfo = Owned<TS_TST_INFO, TS_TST_INFO_free>;
-using OwnedBio = Owned<BIO, BIO_free_all>;
+using OwnedCms = Owned<CMS_ContentInfo, CMS_ContentInfo_free>;
+
+struct CertificatesFree {
+    void operator()(STACK_OF(X509)* certificates) const noexcept { sk_X509_pop_free(certificates, X509_free); }
+};
+using OwnedCertificates = std::unique_ptr<STACK_OF(X509), CertificatesFree>;
 using OwnedSignerInfo = Owned<PKCS7_SIGNER_INFO, PKCS7_SIGNER_INFO_free>;
 
 void FreeBytes(unsigned char* p) { OPENSSL_free(p); }
@@ -202,6 +209,26 @@ std::uint32_t CheckSignerSignature(const PKCS7* p7, PKCS7_SIGNER_INFO* signer, X
                                                                                              : TrustResult::kBadSignature;
 }
 
+// A trusted root may issue certificates without saying so: roots from before
+// basic constraints were required (Microsoft's 1997 roots carry no extension
+// at all) are CAs to Windows' chain engine. Only a basic constraints
+// extension that says "not a CA", or a key usage without certificate
+// signing, stops a root; a certificate below the root must still say it is a CA.
+int AcceptLegacyRoot(int ok, X509_STORE_CTX* context)
+{
+    if (ok == 0 && X509_STORE_CTX_get_error(context) == X509_V_ERR_INVALID_CA) {
+        X509* certificate = X509_STORE_CTX_get_current_cert(context);
+        const bool top = X509_STORE_CTX_get_error_depth(context) + 1 == sk_X509_num(X509_STORE_CTX_get0_chain(context));
+        const std::uint32_t flags = certificate == nullptr ? EXFLAG_BCONS : X509_get_extension_flags(certificate);
+        const bool mayIssue = (flags & EXFLAG_KUSAGE) == 0 || (X509_get_key_usage(certificate) & KU_KEY_CERT_SIGN) != 0;
+        if (top && (flags & EXFLAG_SS) != 0 && (flags & EXFLAG_BCONS) == 0 && mayIssue) {
+            X509_STORE_CTX_set_error(context, X509_V_OK);
+            return 1;
+        }
+    }
+    return ok;
+}
+
 // Builds the chain to a trusted root; at a time, or with no time check.
 // `usable` tells whether every certificate on it that limits its uses allows
 // `use` (an XKU_ flag), as the Windows chain engine intersects them.
@@ -210,6 +237,9 @@ int VerifyChain(X509* leaf, STACK_OF(X509)* others, X509_STORE* roots, std::opti
     const OwnedStoreContext context(X509_STORE_CTX_new());
     if (context == nullptr || roots == nullptr || X509_STORE_CTX_init(context.get(), roots, leaf, others) != 1) return X509_V_ERR_UNSPECIFIED;
     X509_VERIFY_PARAM* parameters = X509_STORE_CTX_get0_param(context.get());
+    // Windows still takes SHA-1 (and, in roots, MD5) for code signing chains.
+    X509_VERIFY_PARAM_set_auth_level(parameters, 0);
+    X509_STORE_CTX_set_verify_cb(context.get(), AcceptLegacyRoot);
     if (at) {
         X509_VERIFY_PARAM_set_time(parameters, *at);
     } else {
@@ -243,21 +273,82 @@ std::uint32_t ChainResult(int error)
     }
 }
 
-// The time of a valid RFC 3161 timestamp over the signer's signature.
+// A GeneralizedTime as RFC 3161 writes genTime, "YYYYMMDDHHMMSS[.f...]Z";
+// the fraction, which Microsoft's timestamping service sends, is dropped.
+std::optional<std::time_t> GeneralizedTime(const ASN1_GENERALIZEDTIME* time)
+{
+    if (time == nullptr || ASN1_STRING_type(time) != V_ASN1_GENERALIZEDTIME) return std::nullopt;
+    const std::string_view text(reinterpret_cast<const char*>(ASN1_STRING_get0_data(time)), static_cast<std::size_t>(ASN1_STRING_length(time)));
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    if (text.size() < 15 || text.back() != 'Z' || !std::all_of(text.begin(), text.begin() + 14, isDigit)) return std::nullopt;
+    if (text.size() > 15 && (text[14] != '.' || text.size() == 16 || !std::all_of(text.begin() + 15, text.end() - 1, isDigit))) return std::nullopt;
+    const auto number = [&](std::size_t at, std::size_t count) {
+        int value = 0;
+        for (std::size_t i = at; i < at + count; ++i) value = value * 10 + (text[i] - '0');
+        return value;
+    };
+    std::tm fields{};
+    fields.tm_year = number(0, 4) - 1900;
+    fields.tm_mon = number(4, 2) - 1;
+    fields.tm_mday = number(6, 2);
+    fields.tm_hour = number(8, 2);
+    fields.tm_min = number(10, 2);
+    fields.tm_sec = number(12, 2);
+    if (fields.tm_mon < 0 || fields.tm_mon > 11 || fields.tm_mday < 1 || fields.tm_mday > 31 || fields.tm_hour > 23 || fields.tm_min > 59 ||
+        fields.tm_sec > 60) {
+        return std::nullopt;
+    }
+    return timegm(&fields);
+}
+
+// The time of a valid RFC 3161 timestamp over the signer's signature octets:
+// a SignedData over a TSTInfo whose imprint is their digest, signed by a
+// certificate it carries. As for countersignatures, that certificate must
+// chain to the trusted roots at genTime and be allowed to timestamp. Read as
+// CMS: Microsoft's service sends an attribute certificate along, which
+// PKCS #7 has no place for.
 std::optional<std::time_t> TimestampTime(const PKCS7_SIGNER_INFO* signer, X509_STORE* roots)
 {
+    const std::span<const std::uint8_t> signature(signer->enc_digest->data, static_cast<std::size_t>(signer->enc_digest->length));
     for (const auto value : UnsignedValues(signer, kRfc3161Timestamp)) {
-        OwnedPkcs7 token = ParseWhole(value, false);
-        OwnedVerifyContext context(TS_VERIFY_CTX_new());
-        OwnedBio data(BIO_new_mem_buf(signer->enc_digest->data, signer->enc_digest->length));
-        if (token == nullptr || context == nullptr || data == nullptr || X509_STORE_up_ref(roots) != 1) continue;
-        TS_VERIFY_CTX_set_store(context.get(), roots);
-        TS_VERIFY_CTX_set_data(context.get(), data.release());
-        TS_VERIFY_CTX_set_flags(context.get(), TS_VFY_VERSION | TS_VFY_SIGNATURE | TS_VFY_DATA);
-        if (TS_RESP_verify_token(context.get(), token.get()) != 1) continue;
-        const OwnedTstInfo info(PKCS7_to_TS_TST_INFO(token.get()));
-        std::tm time{};
-        if (info != nullptr && ASN1_TIME_to_tm(TS_TST_INFO_get_time(info.get()), &time) == 1) return timegm(&time);
+        const unsigned char* cursor = value.data();
+        const OwnedCms token(d2i_CMS_ContentInfo(nullptr, &cursor, static_cast<long>(value.size())));
+        if (token == nullptr || cursor != value.data() + value.size() || OBJ_obj2nid(CMS_get0_type(token.get())) != NID_pkcs7_signed ||
+            !IsObject(CMS_get0_eContentType(token.get()), kTstInfo)) {
+            continue;
+        }
+        ASN1_OCTET_STRING** content = CMS_get0_content(token.get());
+        STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(token.get());
+        if (content == nullptr || *content == nullptr || sk_CMS_SignerInfo_num(signers) != 1) continue;
+        CMS_SignerInfo* stamper = sk_CMS_SignerInfo_value(signers, 0);
+        const std::span<const std::uint8_t> info(ASN1_STRING_get0_data(*content), static_cast<std::size_t>(ASN1_STRING_length(*content)));
+
+        const OwnedCertificates certificates(CMS_get1_certs(token.get()));
+        X509* certificate = nullptr;
+        for (int i = 0; certificate == nullptr && i < sk_X509_num(certificates.get()); ++i) {
+            if (CMS_SignerInfo_cert_cmp(stamper, sk_X509_value(certificates.get(), i)) == 0) certificate = sk_X509_value(certificates.get(), i);
+        }
+        X509_ALGOR* digestAlgorithm = nullptr;
+        CMS_SignerInfo_get0_algs(stamper, nullptr, nullptr, &digestAlgorithm, nullptr);
+        const auto* type = static_cast<const ASN1_OBJECT*>(CMS_signed_get0_data_by_OBJ(stamper, OBJ_nid2obj(NID_pkcs9_contentType), -3, V_ASN1_OBJECT));
+        const auto* digest =
+            static_cast<const ASN1_OCTET_STRING*>(CMS_signed_get0_data_by_OBJ(stamper, OBJ_nid2obj(NID_pkcs9_messageDigest), -3, V_ASN1_OCTET_STRING));
+        if (certificate == nullptr || digestAlgorithm == nullptr || !IsObject(type, kTstInfo) ||
+            !SameBytes(digest, Digest(EVP_get_digestbyobj(digestAlgorithm->algorithm), info))) {
+            continue;
+        }
+        CMS_SignerInfo_set1_signer_cert(stamper, certificate);
+        if (CMS_SignerInfo_verify(stamper) != 1) continue;
+
+        const unsigned char* infoCursor = info.data();
+        const OwnedTstInfo tst(d2i_TS_TST_INFO(nullptr, &infoCursor, static_cast<long>(info.size())));
+        if (tst == nullptr || infoCursor != info.data() + info.size() || TS_TST_INFO_get_version(tst.get()) != 1) continue;
+        TS_MSG_IMPRINT* imprint = TS_TST_INFO_get_msg_imprint(tst.get());
+        const EVP_MD* md = EVP_get_digestbyobj(TS_MSG_IMPRINT_get_algo(imprint)->algorithm);
+        if (!SameBytes(TS_MSG_IMPRINT_get_msg(imprint), Digest(md, signature))) continue;
+        const std::optional<std::time_t> at = GeneralizedTime(TS_TST_INFO_get_time(tst.get()));
+        bool timestamping = false;
+        if (at && VerifyChain(certificate, certificates.get(), roots, *at, XKU_TIMESTAMP, timestamping) == X509_V_OK && timestamping) return at;
     }
     return std::nullopt;
 }

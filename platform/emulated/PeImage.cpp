@@ -426,6 +426,12 @@ Expected<std::vector<CertificateEntry>> ListCertificates(std::span<const std::ui
     return entries;
 }
 
+const CertificateEntry* AuthenticodeEntry(std::span<const CertificateEntry> entries)
+{
+    const auto first = std::ranges::find(entries, kCertificateTypePkcsSignedData, &CertificateEntry::type);
+    return first != entries.end() && first->revision == kCertificateRevision2 ? &*first : nullptr;
+}
+
 Expected<Digests> ImageDigest(std::span<const std::uint8_t> file, const Layout& layout, std::span<const Algorithm> algorithms)
 {
     if (layout.fileSize != file.size()) return Problem::kFileChanged;

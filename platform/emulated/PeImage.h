@@ -106,6 +106,11 @@ struct CertificateEntry {
 // The WIN_CERTIFICATE entries of a certificate table, in order.
 Expected<std::vector<CertificateEntry>> ListCertificates(std::span<const std::uint8_t> table);
 
+// The entry WinVerifyTrust reads the signature from: the first of type
+// WIN_CERT_TYPE_PKCS_SIGNED_DATA (Secure Boot images carry several; the rest
+// are ignored). Nothing when there is none or it is not revision 2.0.
+const CertificateEntry* AuthenticodeEntry(std::span<const CertificateEntry> entries);
+
 enum class Algorithm { kSha1, kSha256 };
 
 struct Digest {

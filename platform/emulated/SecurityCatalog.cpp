@@ -6,6 +6,8 @@
 // what a signer's message digest covers.
 #include "platform/emulated/SecurityCatalog.h"
 
+#include "platform/common/Hex.h"
+
 #include <openssl/asn1t.h>
 #include <openssl/err.h>
 #include <openssl/objects.h>
@@ -41,6 +43,8 @@ namespace {
 // Far above any real catalog (the largest Windows ships are tens of MB), and
 // small enough that every length fits OpenSSL's int and long.
 constexpr std::size_t kMaxCatalogBytes = 256u << 20;
+// The longest digest a member may be named by (SHA-512).
+constexpr int kMaxBinaryTagBytes = 64;
 
 wchar_t AsciiUpper(wchar_t ch)
 {
@@ -85,6 +89,14 @@ std::optional<std::wstring> MemberTag(const ASN1_OCTET_STRING* identifier)
     return tag;
 }
 
+// In the newer member format (CATALOG_LIST_MEMBER2) the identifier is the
+// member's hash itself, as bytes; its tag is that hash in hexadecimal.
+std::optional<std::wstring> BinaryMemberTag(const ASN1_OCTET_STRING* identifier)
+{
+    if (identifier == nullptr || identifier->length <= 0 || identifier->length > kMaxBinaryTagBytes) return std::nullopt;
+    return HexDigits(std::span<const std::uint8_t>(identifier->data, static_cast<std::size_t>(identifier->length)), true);
+}
+
 // The contents octets of a definite-length DER SEQUENCE that fills `bytes`.
 std::optional<std::span<const std::uint8_t>> SequenceContents(std::span<const std::uint8_t> bytes)
 {
@@ -101,15 +113,21 @@ std::optional<std::span<const std::uint8_t>> SequenceContents(std::span<const st
     return bytes.subspan(header);
 }
 
-// Catalogs, and not other CTLs (the root list, for one), use these.
-bool IsCatalogList(const CertificateTrustList& list)
+enum class MemberFormat { kText, kBinary };
+
+// Catalogs, and not other CTLs (the root list, for one), use these: the
+// catalog usage, and a member algorithm that says how members are named.
+std::optional<MemberFormat> CatalogMemberFormat(const CertificateTrustList& list)
 {
     bool catalogUsage = false;
     for (int i = 0; i < sk_ASN1_OBJECT_num(list.subjectUsage); ++i) {
         catalogUsage = catalogUsage || IsOid(sk_ASN1_OBJECT_value(list.subjectUsage, i), kCatalogListOid);
     }
     const ASN1_OBJECT* algorithm = list.subjectAlgorithm != nullptr ? list.subjectAlgorithm->algorithm : nullptr;
-    return catalogUsage && (IsOid(algorithm, kCatalogMemberOid) || IsOid(algorithm, kCatalogMember2Oid));
+    if (!catalogUsage) return std::nullopt;
+    if (IsOid(algorithm, kCatalogMemberOid)) return MemberFormat::kText;
+    if (IsOid(algorithm, kCatalogMember2Oid)) return MemberFormat::kBinary;
+    return std::nullopt;
 }
 
 std::optional<SecurityCatalog> Read(std::span<const std::uint8_t> der)
@@ -134,14 +152,16 @@ std::optional<SecurityCatalog> Read(std::span<const std::uint8_t> der)
 
     const unsigned char* listAt = listDer.data();
     const OwnedTrustList list(d2i_CertificateTrustList(nullptr, &listAt, static_cast<long>(listDer.size())));
-    if (!list || listAt != listDer.data() + listDer.size() || !IsCatalogList(*list)) return std::nullopt;
+    const auto format = list ? CatalogMemberFormat(*list) : std::nullopt;
+    if (!format || listAt != listDer.data() + listDer.size()) return std::nullopt;
 
     SecurityCatalog catalog;
     const int members = sk_TrustedSubject_num(list->trustedSubjects);
     catalog.memberTags.reserve(static_cast<std::size_t>(std::max(members, 0)));
     for (int i = 0; i < members; ++i) {
         const TrustedSubject* subject = sk_TrustedSubject_value(list->trustedSubjects, i);
-        auto tag = MemberTag(subject != nullptr ? subject->subjectIdentifier : nullptr);
+        const ASN1_OCTET_STRING* identifier = subject != nullptr ? subject->subjectIdentifier : nullptr;
+        auto tag = *format == MemberFormat::kText ? MemberTag(identifier) : BinaryMemberTag(identifier);
         if (!tag) return std::nullopt;
         catalog.memberTags.push_back(std::move(*tag));
     }

@@ -87,8 +87,9 @@ struct SecurityCatalog {
 };
 
 // Nothing unless the bytes are exactly one signed catalog: a SignedData that
-// carries a CTL with the catalog usage and member algorithm, and whose every
-// member tag reads as UTF-16LE text.
+// carries a CTL with the catalog usage and a member algorithm, and whose every
+// member identifier reads as that algorithm names members: UTF-16LE text for
+// CATALOG_LIST_MEMBER, the hash's bytes for CATALOG_LIST_MEMBER2.
 std::optional<SecurityCatalog> ReadCatalog(std::span<const std::uint8_t> der);
 
 // Whether the catalog lists the tag (ASCII letters compared ignoring case).

@@ -243,16 +243,16 @@ private:
             return Hashed(read, image->FlatDigest(algorithms));
         }
         // A table Windows could read in another way than this one is no
-        // signature; so is any entry but one PKCS#7 SignedData.
+        // signature; so is one without a PKCS#7 SignedData entry to read.
         const auto table = layout->certificateTable ? image->CertificateTable(*layout)
                                                     : Pe::Expected<std::vector<std::uint8_t>>(std::vector<std::uint8_t>());
         const auto entries = table ? Pe::ListCertificates(*table) : Pe::Expected<std::vector<Pe::CertificateEntry>>(table.Why());
-        if (!layout->certificateTable || !entries || entries->size() != 1 ||
-            (*entries)[0].revision != Pe::kCertificateRevision2 || (*entries)[0].type != Pe::kCertificateTypePkcsSignedData) {
+        const Pe::CertificateEntry* entry = layout->certificateTable && entries ? Pe::AuthenticodeEntry(*entries) : nullptr;
+        if (entry == nullptr) {
             read.problem = TrustResult::kNoSignature;
             return Hashed(read, image->ImageDigest(*layout, algorithms));
         }
-        read.signatures = Authenticode::SignatureSet::Parse((*entries)[0].content);
+        read.signatures = Authenticode::SignatureSet::Parse(entry->content);
         if (!read.signatures) read.problem = TrustResult::kBadSignature;
         for (std::size_t i = 0; read.signatures && i < read.signatures->Count(); ++i) {
             const auto claimed = read.signatures->Claimed(i);

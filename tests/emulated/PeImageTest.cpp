@@ -126,6 +126,11 @@ TEST(PeImage, ListsEntriesAndRefusesMalformedOnes)
     EXPECT_EQ(Bytes(entries->at(0).content.begin(), entries->at(0).content.end()), Bytes(3, 0x11));
     EXPECT_EQ(entries->at(1).offset, 16u);
     EXPECT_EQ(Bytes(entries->at(1).content.begin(), entries->at(1).content.end()), Bytes(9, 0x22));
+    // The signature is the first SignedData entry; one of revision 1.0 is none.
+    std::vector<CertificateEntry> kinds{{0, kCertificateRevision2, 1, {}}, entries->at(0), entries->at(1)};
+    EXPECT_EQ(AuthenticodeEntry(kinds), &kinds[1]);
+    kinds[1].revision = 0x0100;
+    EXPECT_EQ(AuthenticodeEntry(kinds), nullptr);
 
     const auto listed = [](Bytes bytes) { const auto list = ListCertificates(bytes); return list ? std::optional<Problem>() : list.Why(); };
     EXPECT_EQ(listed({8, 0, 0, 0}), Problem::kTruncatedCertificateEntry);

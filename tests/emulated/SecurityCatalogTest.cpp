@@ -36,14 +36,17 @@ std::vector<std::uint8_t> Patched(std::vector<std::uint8_t> list, const std::vec
 
 TEST(SecurityCatalog, ListsItsMembersByUpperCaseTag)
 {
-    const auto catalog = Catalog::ReadCatalog(Signed(KestrelTest::CatalogListDer({kSecond, kLower, kFirst, kFirst})));
-    ASSERT_TRUE(catalog);
-    EXPECT_EQ(catalog->memberTags, (std::vector<std::wstring>{kFirst, kSecond, kLowerAsUpper}));
-    EXPECT_TRUE(Catalog::Lists(*catalog, kFirst));
-    EXPECT_TRUE(Catalog::Lists(*catalog, kLowerAsUpper));
-    EXPECT_TRUE(Catalog::Lists(*catalog, kLower));
-    EXPECT_FALSE(Catalog::Lists(*catalog, kFirst.substr(0, 63)));
-    EXPECT_FALSE(Catalog::Lists(*catalog, L""));
+    // Members named by text (CATALOG_LIST_MEMBER) or by the hash's bytes (CATALOG_LIST_MEMBER2).
+    for (const auto format : {KestrelTest::MemberFormat::kText, KestrelTest::MemberFormat::kBinary}) {
+        const auto catalog = Catalog::ReadCatalog(Signed(KestrelTest::CatalogListDer({kSecond, kLower, kFirst, kFirst}, format)));
+        ASSERT_TRUE(catalog);
+        EXPECT_EQ(catalog->memberTags, (std::vector<std::wstring>{kFirst, kSecond, kLowerAsUpper}));
+        EXPECT_TRUE(Catalog::Lists(*catalog, kFirst));
+        EXPECT_TRUE(Catalog::Lists(*catalog, kLowerAsUpper));
+        EXPECT_TRUE(Catalog::Lists(*catalog, kLower));
+        EXPECT_FALSE(Catalog::Lists(*catalog, kFirst.substr(0, 63)));
+        EXPECT_FALSE(Catalog::Lists(*catalog, L""));
+    }
 }
 
 TEST(SecurityCatalog, GivesTheSignedBytesOfOneWholeCatalogAndRefusesTheRest)

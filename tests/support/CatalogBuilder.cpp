@@ -124,7 +124,7 @@ CatalogSigner SignerFromPem(const std::filesystem::path& certificatePem, const s
     return signer;
 }
 
-std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags)
+std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags, MemberFormat format)
 {
     const Catalog::OwnedTrustList list(Catalog::CertificateTrustList_new());
     Check(list != nullptr, "new CTL");
@@ -134,7 +134,7 @@ std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags)
     const std::uint8_t listId[16] = {0x4B, 0x65, 0x73, 0x74, 0x72, 0x65, 0x6C, 0x20, 0x63, 0x61, 0x74, 0x61, 0x6C, 0x6F, 0x67, 0x31};
     list->listIdentifier = OctetString(listId).release();
     Check(ASN1_TIME_set(list->thisUpdate, std::time(nullptr)) != nullptr, "thisUpdate");
-    OwnedObject algorithm = Oid(Catalog::kCatalogMember2Oid);
+    OwnedObject algorithm = Oid(format == MemberFormat::kText ? Catalog::kCatalogMemberOid : Catalog::kCatalogMember2Oid);
     Check(X509_ALGOR_set0(list->subjectAlgorithm, algorithm.get(), V_ASN1_NULL, nullptr) == 1, "subject algorithm");
     algorithm.release();
 
@@ -142,7 +142,10 @@ std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags)
     Check(list->trustedSubjects != nullptr, "subject list");
     for (const std::wstring& tag : tags) {
         std::unique_ptr<Catalog::TrustedSubject, SubjectFree> subject(Catalog::TrustedSubject_new());
-        const std::vector<std::uint8_t> text = Utf16LeWithZero(tag);
+        std::vector<std::uint8_t> text = format == MemberFormat::kText ? Utf16LeWithZero(tag) : std::vector<std::uint8_t>();
+        for (std::size_t at = 0; format == MemberFormat::kBinary && at + 1 < tag.size(); at += 2) {
+            text.push_back(static_cast<std::uint8_t>(std::stoi(tag.substr(at, 2), nullptr, 16)));
+        }
         Check(subject && ASN1_OCTET_STRING_set(subject->subjectIdentifier, text.data(), static_cast<int>(text.size())) == 1 &&
                   Catalog::sk_TrustedSubject_push(list->trustedSubjects, subject.get()) > 0,
               "member");
@@ -197,9 +200,10 @@ std::vector<std::uint8_t> SignedDataDer(const char* contentType, std::span<const
     return Der(signedData.get(), i2d_PKCS7);
 }
 
-void WriteCatalog(const std::filesystem::path& path, const std::vector<std::wstring>& tags, const CatalogSigner& signer)
+void WriteCatalog(const std::filesystem::path& path, const std::vector<std::wstring>& tags, const CatalogSigner& signer,
+                  MemberFormat format)
 {
-    const std::vector<std::uint8_t> der = SignedDataDer(Catalog::kCtlOid, CatalogListDer(tags), signer);
+    const std::vector<std::uint8_t> der = SignedDataDer(Catalog::kCtlOid, CatalogListDer(tags, format), signer);
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(der.data()), static_cast<std::streamsize>(der.size()));
     Check(static_cast<bool>(out.flush()), "writing the catalog");

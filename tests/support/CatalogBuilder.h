@@ -33,9 +33,12 @@ struct CatalogSigner {
 CatalogSigner SignerFromPem(const std::filesystem::path& certificatePem, const std::filesystem::path& keyPem,
                             const std::filesystem::path& chainPem = {});
 
-// The DER of a catalog's CTL listing the tags as MakeCat writes them
-// (UTF-16LE text with its terminating zero).
-std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags);
+// How a catalog names its members: UTF-16LE text with its terminating zero
+// (CATALOG_LIST_MEMBER), or the hash's bytes (CATALOG_LIST_MEMBER2).
+enum class MemberFormat { kText, kBinary };
+
+// The DER of a catalog's CTL listing the tags (hexadecimal hashes).
+std::vector<std::uint8_t> CatalogListDer(const std::vector<std::wstring>& tags, MemberFormat format = MemberFormat::kText);
 
 // A DER SignedData over the content: contentType is a dotted OID; contentDer
 // is the content's DER, or for Data (1.2.840.113549.1.7.1) the bytes
@@ -45,6 +48,6 @@ std::vector<std::uint8_t> SignedDataDer(const char* contentType, std::span<const
 
 // A signed catalog listing the tags, written to path.
 void WriteCatalog(const std::filesystem::path& path, const std::vector<std::wstring>& tags,
-                  const CatalogSigner& signer);
+                  const CatalogSigner& signer, MemberFormat format = MemberFormat::kText);
 
 } // namespace KestrelTest
