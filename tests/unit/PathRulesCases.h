@@ -53,15 +53,11 @@ inline Case F(std::wstring in, std::wstring out, const char* notUnderWine = null
     const auto returned = static_cast<std::uint32_t>(out.size());
     return {false, std::move(in), std::move(out), returned, 300, notUnderWine, std::move(directory)};
 }
-// An expansion into a buffer of `size`: what the buffer then reads.
-inline Case Small(std::wstring in, std::wstring text, std::uint32_t size, std::uint32_t returned)
-{
-    return {true, std::move(in), std::move(text), returned, size, "Wine 8 cuts the text, adds a zero and sets error 122"};
-}
 
 inline std::vector<Case> Cases()
 {
     const char* notWin11 = "Windows 10's answer; Windows 11 answers C:\\con\\con";
+    const char* cut = "Wine 8 cuts the text, adds a zero and sets error 122";
     return {
         // Values go in as they are; unknown names, "%%" and a lone '%' stay.
         E(L"hello%foo%world", L"hellototoworld"),           // ntdll env.c
@@ -73,32 +69,23 @@ inline std::vector<Case> Cases()
         {true, L"%KT_Y%%KT_Y%", N(40000, L'y'), 40001, 50000, "Wine keeps Windows XP's 32K limit"}, // MS page
         // Too small: text while it and a zero fit, a value with its zero or a
         // zero alone, then nothing; the size needed; the last error kept.
-        {true, L"Long long value", std::nullopt, 16, 0},                   // environ.c
-        Small(L"Long long value", L"Lbcdefghijklmnopqrstuv", 2, 16),       // environ.c
-        Small(L"Long long value", L"Long long valuopqrstuv", 15, 16),      // environ.c
-        {true, L"Long long value", L"Long long value", 16, 16},            // environ.c
-        Small(L"%TVAR% long long", L"", 1, 15),                            // environ.c
-        Small(L"%TVAR% long long", L"", 4, 15),                            // environ.c
-        Small(L"%TVAR% long long", L"WINE", 5, 15),                        // environ.c
-        Small(L"%TVAR% long long", L"WINE fghijklmnopqrstuv", 6, 15),      // environ.c
-        Small(L"%TVAR%%TVAR% long", L"WINE", 8, 14),                       // environ.c
-        Small(L"%TVAR%%TVAR% long", L"WINEWINE jklmnopqrstuv", 10, 14),    // environ.c
-        Small(L"%TVAR% %TVAR% long", L"WINE ", 9, 15),                     // environ.c
-        Small(L"%TVAR% %TVAR% long", L"WINE WINE", 10, 15),                // environ.c
-        Small(L"%TVAR2% long long", L"%TVAR2%hijklmnopqrstuv", 8, 18),     // environ.c
-        Small(L"%TVAR long long", L"%TVAR long lonopqrstuv", 15, 16),      // environ.c
+        {true, L"Long long value", std::nullopt, 16, 0},                  // environ.c
+        {true, L"Long long value", L"Lbcdefghijklmnopqrstuv", 16, 2, cut},  // environ.c
+        {true, L"Long long value", L"Long long value", 16, 16},           // environ.c
+        {true, L"%TVAR% long long", L"", 15, 4, cut},                     // environ.c
+        {true, L"%TVAR% long long", L"WINE", 15, 5, cut},                 // environ.c
+        {true, L"%TVAR% long long", L"WINE fghijklmnopqrstuv", 15, 6, cut}, // environ.c
+        {true, L"%TVAR%%TVAR% long", L"WINE", 14, 8, cut},                // environ.c
+        {true, L"%TVAR2% long long", L"%TVAR2%hijklmnopqrstuv", 18, 8, cut}, // environ.c
 
         // Separators, "." and ".." (never above the root); trailing dots and spaces.
-        F(L"c:/test/", L"c:\\test\\"),                                  // ntdll path.c
         F(L"c:/test  ....   ..   ", L"c:\\test"),                       // ntdll path.c
         F(L"c:/test/  ....   ..   ", L"c:\\test\\"),                  // ntdll path.c
-        F(L"c:/test/..", L"c:\\"),                                      // ntdll path.c
         F(L"c:/test/.. ", L"c:\\test\\"),                             // ntdll path.c
         F(L"c:/test.. /file", L"c:\\test.. \\file"),                  // ntdll path.c
         F(L"c:/test../file", L"c:\\test.\\file"),                     // ntdll path.c
         F(L"c:///test\\.\\.\\file//", L"c:\\test\\file\\"),    // ntdll path.c
         F(L"c:///test\\..\\file\\..\\//", L"c:\\"),              // ntdll path.c
-        F(L"c:/test\\test1\\..\\.\\file", L"c:\\test\\file"),    // ntdll path.c
         F(L"c:\\test\\*.", L"c:\\test\\*"),                          // ntdll path.c
         // Relative, rooted and drive-relative paths: the current directory, its
         // drive, that drive's "=D:" directory, else the drive's root.
@@ -107,7 +94,6 @@ inline std::vector<Case> Cases()
         F(L"\\foo", L"C:\\foo"),                                       // ntdll path.c
         F(L"/foo", L"C:\\foo", "one '/' starts a Unix path to Wine"),   // ntdll path.c
         F(L"...", L"C:\\windows\\"),                                   // ntdll path.c
-        F(L"foo/..", L"C:\\windows"),                                   // ntdll path.c
         F(L"..", L"C:\\"),                                              // ntdll path.c
         F(L"?<>*\"|:", L"C:\\windows\\?<>*\"|:"),                     // ntdll path.c
         F(L"?:", L"?:\\"),                                               // ntdll path.c (NT name)
@@ -120,7 +106,6 @@ inline std::vector<Case> Cases()
         F(L"//", L"\\\\"),                                               // ntdll path.c
         F(L"//server/share/a/../../b", L"\\\\server\\share\\b"),       // ours
         F(L"//./foo/..", L"\\\\.\\"),                                   // ntdll path.c
-        F(L"//.//", L"\\\\.\\"),                                        // ntdll path.c
         F(L"//./foo. . ", L"\\\\.\\foo"),                               // ntdll path.c (NT name)
         F(L"//?/foo/.", L"\\\\?\\foo"),                                 // ntdll path.c
         // Legacy devices, named by the last name of a path that is not UNC.
@@ -157,16 +142,12 @@ template <typename Call>
 Outcome Observe(const Case& row, Call call)
 {
     const std::size_t room = std::min<std::uint32_t>(row.size, 70000);
-    std::vector<wchar_t> buffer(std::max(room, kUntouched.size() + 1) + 16, L'#');
-    std::copy(kUntouched.c_str(), kUntouched.c_str() + kUntouched.size() + 1, buffer.begin());
-    const std::vector<wchar_t> before = buffer;
+    const std::wstring before = kUntouched + L'\0' + N(std::max(room, kUntouched.size()) + 16, L'#');
+    std::wstring buffer = before;
     std::uint32_t lastError = kKept;
     const std::uint32_t returned = call(row.input.c_str(), row.size == 0 ? nullptr : buffer.data(), row.size, lastError);
-    std::wstring text(buffer.begin(), std::find(buffer.begin(), buffer.end(), L'\0'));
-    if (!std::equal(buffer.begin() + static_cast<std::ptrdiff_t>(room), buffer.end(), before.begin() + static_cast<std::ptrdiff_t>(room))) {
-        text += L"<past the size>";
-    }
-    return {returned, text, lastError};
+    const std::wstring past = buffer.compare(room, std::wstring::npos, before, room) == 0 ? L"" : L"<past the size>";
+    return {returned, buffer.c_str() + past, lastError};
 }
 
 // A variable of the table, names compared ignoring case.

@@ -1,8 +1,7 @@
 // Cases of the wide formatter: X(format, expected, arguments...). The first
 // table is what msvcrt.dll prints, checked against it under Wine as well; the
 // second holds cases where Wine's msvcrt differs from Windows. Rows marked
-// printf.c are Windows' answers as Wine's msvcrt conformance test records them
-// (its narrow sprintf cases, where %s and %c do not depend on the width).
+// printf.c are Windows' answers in Wine's msvcrt conformance test (sprintf).
 #pragma once
 
 #include <climits>
@@ -41,12 +40,9 @@ inline const CountedString kAnsi{3, 4, "abcd"}, kUnicode{3 * sizeof(wchar_t), 4 
     /* printf.c */ X(L"%hx|%hhx|%hhx|%zx|%tx|%jd|%Ix %d", L"2345|123|2345|1|1|-1|12345678123456 1"s, 0x12345, 0x123, 0x12345, \
       static_cast<size_t>(1), static_cast<ptrdiff_t>(1), -1LL, static_cast<size_t>(0x12345678123456), 1) \
     /* printf.c */ X(L"%_1I64d|%I|%Iq|%Ihd|%I0d|%I64D|%b|%H|%%0|%w0s|%w-s|%k%m%q%r%t%v%y%z", L"_1I64d|I|Iq|Ihd|I0d|D|b|H|%0|0s|-s|kmqrtvyz"s) \
-    /* printf.c */ X(L"%3h", L""s) \
     /* printf.c */ X(L"%j", L""s) \
     /* printf.c */ X(L"%z", L"z"s) \
-    X(L"%+d|% d|%+ d|% +d|%+u|% x|%-0+ #5d|", L"+5| 5|+5|+5|5|5|+3   |"s, 5, 5, 5, 5, 5u, 5u, 3) \
     X(L"%0*d|%*d|%-*d|%.*d|%.*d|%*.*d", L"-00042|42    |42    |007|7|   042"s, 6, -42, -6, 42, -6, 42, 3, 7, -3, 7, 6, 3, 42) \
-    X(L"%.0d|%+.0d|%5.0d|%#x|%#X|%#o|%#x|%#o|%#010x|%-#10x|%#-6o|", L"|+|     |0xff|0XFF|010|0|0|0x000000ff|0xff      |010   |"s, 0, 0, 0, 255, 255, 8, 0, 0, 255, 255, 8) \
     X(L"%hhd|%hd|%hu|%#hx|%ld|%lx|%lld|%llx", L"4464|-25536|65535|0xffff|-1|ffffffff|-1|ffffffffffffffff"s, 70000, 40000, -1, 0x1FFFF, -1L, -1L, -1LL, -1LL) \
     X(L"%I64d|%I64u|%I64X|%I32u|%Iu|%Id|%Ix", L"-9223372036854775808|18446744073709551615|FEDCBA9876543210|4294967295|18446744073709551615|-5|ff"s, \
       LLONG_MIN, ULLONG_MAX, 0xFEDCBA9876543210ULL, -1, static_cast<size_t>(-1), static_cast<ptrdiff_t>(-5), static_cast<size_t>(255)) \
@@ -70,10 +66,8 @@ inline const CountedString kAnsi{3, 4, "abcd"}, kUnicode{3 * sizeof(wchar_t), 4 
     /* printf.c */ X(L"%+#23.15e|%-#23.15e|%#1.1g|%2.4f|%0f|%.0f|%2.4e|% 014.4e|% 2.4e|%2.4g|%.0f|%.0f", \
       L"+7.894561230000000e+008|7.894561230000000e+008 |8.e+008|8.6000|0.600000|1|8.6000e+000| 008.6000e+000|-8.6000e+000|8.6|-2|-1"s, \
       789456123.0, 789456123.0, 789456123.0, 8.6, 0.6, 0.6, 8.6, 8.6, -8.6, 8.6, -1.5, -0.5) \
-    /* printf.c */ X(L"%.15f|%.13f|%.14f|%.15f|%g|%g|%g|%.15g|%.15g", \
-      L"3.141592653589793|37.8662615745371|37.86626157453708|37.866261574537077|0.0005|5e-005|1e+015|999999999999999|1e+015"s, \
-      3.14159265358979323846, 37.866261574537077, 37.866261574537077, 37.866261574537077, 0.0005, 0.00005, 999999999999999.0, \
-      999999999999999.0, 1e15) \
+    /* printf.c */ X(L"%.15f|%.15f|%g|%g|%.15g", L"3.141592653589793|37.866261574537077|5e-005|1e+015|999999999999999"s, \
+      3.14159265358979323846, 37.866261574537077, 0.00005, 999999999999999.0, 999999999999999.0) \
     /* ours: '#' keeps the point %g would drop */ X(L"%#.0g|%#g|%#.3g|%#.1g", L"3.|100000.|100.|1.e+002"s, 2.5, 100000.0, 99.9985, 100.0) \
     X(L"%.3g|%g|%g|%g|%.2g|%.2g|%.1g|%g|%#.2g|%g|%g", L"0.000123|1e-005|123456|1.23457e+006|1e+002|0.0001|0.9|0|0.0|10|1e+006"s, \
       0.0001234, 1e-5, 123456.0, 1234567.0, 99.5, 0.000099951, 0.95, 0.0, 0.0, 9.9999995, 999999.5) \
