@@ -56,20 +56,18 @@ inline Case F(std::wstring in, std::wstring out, const char* notUnderWine = null
 
 inline std::vector<Case> Cases()
 {
-    const char* notWin11 = "Windows 10's answer; Windows 11 answers C:\\con\\con";
     const char* cut = "Wine 8 cuts the text, adds a zero and sets error 122";
     return {
         // Values go in as they are; unknown names, "%%" and a lone '%' stay.
         E(L"hello%foo%world", L"hellototoworld"),           // ntdll env.c
         E(L"hello%=oOH%world", L"helloIIIworld"),           // ntdll env.c
         E(L"hello%foo", L"hello%foo"),                      // ntdll env.c
-        E(L"hello%bar%world", L"hello%bar%world"),          // ntdll env.c
         E(L"Indirect-%IndirectVar%-Indirect", L"Indirect-Foo%EnvVar%Bar-Indirect"), // environ.c
         E(L"%tvar%<%KT_E%>%%|%KT_UNSET%TVAR%%%TVAR%%", L"WINE<>%%|%KT_UNSET%TVAR%%WINE%"), // ours
         {true, L"%KT_Y%%KT_Y%", N(40000, L'y'), 40001, 50000, "Wine keeps Windows XP's 32K limit"}, // MS page
         // Too small: text while it and a zero fit, a value with its zero or a
         // zero alone, then nothing; the size needed; the last error kept.
-        {true, L"Long long value", std::nullopt, 16, 0},                  // environ.c
+        {true, L"Long long value", std::nullopt, 16, 0, "Wine 8 sets error 122"}, // environ.c
         {true, L"Long long value", L"Lbcdefghijklmnopqrstuv", 16, 2, cut},  // environ.c
         {true, L"Long long value", L"Long long value", 16, 16},           // environ.c
         {true, L"%TVAR% long long", L"", 15, 4, cut},                     // environ.c
@@ -79,13 +77,10 @@ inline std::vector<Case> Cases()
         {true, L"%TVAR2% long long", L"%TVAR2%hijklmnopqrstuv", 18, 8, cut}, // environ.c
 
         // Separators, "." and ".." (never above the root); trailing dots and spaces.
-        F(L"c:/test  ....   ..   ", L"c:\\test"),                       // ntdll path.c
         F(L"c:/test/  ....   ..   ", L"c:\\test\\"),                  // ntdll path.c
         F(L"c:/test/.. ", L"c:\\test\\"),                             // ntdll path.c
-        F(L"c:/test.. /file", L"c:\\test.. \\file"),                  // ntdll path.c
         F(L"c:/test../file", L"c:\\test.\\file"),                     // ntdll path.c
         F(L"c:///test\\.\\.\\file//", L"c:\\test\\file\\"),    // ntdll path.c
-        F(L"c:///test\\..\\file\\..\\//", L"c:\\"),              // ntdll path.c
         F(L"c:\\test\\*.", L"c:\\test\\*"),                          // ntdll path.c
         // Relative, rooted and drive-relative paths: the current directory, its
         // drive, that drive's "=D:" directory, else the drive's root.
@@ -99,20 +94,17 @@ inline std::vector<Case> Cases()
         F(L"?:", L"?:\\"),                                               // ntdll path.c (NT name)
         F(L"\\??\\foo", L"C:\\??\\foo"),                             // ntdll path.c
         F(L"d:..\\b", L"D:\\x\\b"),                                    // ours
-        F(L"E:a\\b", L"E:\\a\\b"),                                      // ours
         F(L"C:a", L"C:\\other\\a", nullptr, L"Z:\\tmp"),                // ours
         // UNC and device paths: server and share, or \\.\ and \\?\, are the root.
         F(L"//foo/", L"\\\\foo\\"),                                     // ntdll path.c
-        F(L"//", L"\\\\"),                                               // ntdll path.c
         F(L"//server/share/a/../../b", L"\\\\server\\share\\b"),       // ours
         F(L"//./foo/..", L"\\\\.\\"),                                   // ntdll path.c
         F(L"//./foo. . ", L"\\\\.\\foo"),                               // ntdll path.c (NT name)
         F(L"//?/foo/.", L"\\\\?\\foo"),                                 // ntdll path.c
         // Legacy devices, named by the last name of a path that is not UNC.
         F(L"\\windows\\nul", L"\\\\.\\nul"),                         // ntdll path.c
-        F(L"C:\\con\\con", L"\\\\.\\con", notWin11),                // ntdll path.c
+        F(L"C:\\con\\con", L"\\\\.\\con"), // ntdll path.c, Windows 10 (Windows 11: C:\\con\\con)
         F(L"c:NUL  ....  ", L"\\\\.\\NUL"),                             // ntdll RtlIsDosDeviceName_U
-        F(L"COM1", L"\\\\.\\COM1"),                                     // ntdll path.c
         F(L"CONIN$", L"\\\\.\\CONIN$"),                                 // ntdll path.c
         F(L"c:\\nul\\foo", L"c:\\nul\\foo"),                            // ntdll RtlIsDosDeviceName_U
         F(L"c:\\lpt0.txt", L"c:\\lpt0.txt"),                               // ntdll RtlIsDosDeviceName_U
