@@ -43,14 +43,14 @@ bool Scan(std::wstring_view format, std::vector<Piece>& pieces)
         if (at(i) == L'.' && at(++i) == L'*') kinds += '*', ++i;
         while (In(L"0123456789", at(i))) ++i;
         bool h = false, l = false, ll = false, i64 = false, w = false, text = false;
-        while (!text && In(L"FILNhlw", at(i))) {
+        while (!text && In(L"FILNhjltwz", at(i))) {
             const wchar_t size = at(i++);
-            h |= size == L'h', w |= size == L'w';
+            h |= size == L'h', w |= size == L'w', i64 |= size == L'j';
             if (size == L'l') (at(i) == L'l' ? ll : l) = true, i += at(i) == L'l';
-            if (size != L'I') continue;
-            i64 |= sizeof(void*) == 8;
-            if ((at(i) == L'6' && at(i + 1) == L'4') || (at(i) == L'3' && at(i + 1) == L'2')) i64 = at(i) == L'6', i += 2;
-            else if (!In(L"diouxX", at(i))) text = true, --i; // "%Is": the I is text
+            if (size != L'I' && size != L'z' && size != L't') continue;
+            i64 |= sizeof(void*) == 8 && In(L"diouxX", at(i));
+            if (size == L'I' && ((at(i) == L'6' && at(i + 1) == L'4') || (at(i) == L'3' && at(i + 1) == L'2'))) i64 = at(i) == L'6', i += 2;
+            else if (!In(L"diouxX", at(i))) text = true, --i; // "%Is", "%zs": the size is text
         }
         const wchar_t type = at(i);
         if (text || !In(L"ACEGSXZacdefginopsux", type)) {

@@ -36,8 +36,8 @@ constexpr State kNext[9][8] = {
     /* Type    */ {S::Normal, S::Type, S::Type, S::Type, S::Type, S::Type, S::Type, S::Normal},
 };
 
-// F, L and N are sizes the runtime accepts and ignores; z, j, t and hh are
-// not its sizes ("%zu" prints "zu", "%hhd" is "%hd").
+// F, L and N are sizes the runtime accepts and ignores; hh is not one of its
+// sizes ("%hhd" is "%hd").
 Kind KindOf(wchar_t ch)
 {
     switch (ch) {
@@ -46,7 +46,8 @@ Kind KindOf(wchar_t ch)
     case L'*': return Kind::Star;
     case L'0': return Kind::Zero;
     case L' ': case L'+': case L'-': case L'#': return Kind::Flag;
-    case L'F': case L'I': case L'L': case L'N': case L'h': case L'l': case L'w': return Kind::Size;
+    case L'F': case L'I': case L'L': case L'N': case L'h': case L'j': case L'l': case L't': case L'w': case L'z':
+        return Kind::Size;
     case L'A': case L'C': case L'E': case L'G': case L'S': case L'X': case L'Z':
     case L'a': case L'c': case L'd': case L'e': case L'f': case L'g': case L'i':
     case L'n': case L'o': case L'p': case L's': case L'u': case L'x':
@@ -345,8 +346,8 @@ void FormatFloat(Output& out, const Directive& directive, wchar_t type, double v
         Significand rounded = Decimal(value);
         Round(rounded, precision, false);
         const int exponent = rounded.exponent;
-        body = exponent < -4 || exponent >= precision ? Exponential(rounded, precision - 1, false, 'e')
-                                                     : Fixed(rounded, precision - 1 - exponent, false);
+        body = exponent < -4 || exponent >= precision ? Exponential(rounded, precision - 1, alternate, 'e')
+                                                     : Fixed(rounded, precision - 1 - exponent, alternate);
         if (!alternate) CropZeros(body);
     }
     if (upper) {
@@ -454,9 +455,11 @@ void Convert(Output& out, Directive directive, wchar_t type, Arguments& argument
 }
 
 // 'I' alone is pointer-sized, I64 and I32 are explicit, and I before anything
-// else is not a size at all: it is written out ("%Is" gives "Is").
+// else is not a size at all: it is written out ("%Is" gives "Is"). z and t
+// are pointer-sized the same way ("%z" gives "z"); j is always 64 bits.
 bool ReadSize(wchar_t ch, const wchar_t*& next, Directive& directive)
 {
+    const bool beforeInteger = std::wstring_view(L"diouxX").find(*next) != std::wstring_view::npos;
     switch (ch) {
     case L'l':
         if (*next == L'l') {
@@ -468,6 +471,11 @@ bool ReadSize(wchar_t ch, const wchar_t*& next, Directive& directive)
         return true;
     case L'h': directive.flags |= kShort; return true;
     case L'w': directive.flags |= kWide; return true;
+    case L'j': directive.flags |= kInt64; return true;
+    case L'z':
+    case L't':
+        if (kPointersAre64 && beforeInteger) directive.flags |= kInt64;
+        return beforeInteger;
     case L'I':
         if (kPointersAre64) directive.flags |= kInt64;
         if (next[0] == L'6' && next[1] == L'4') {
@@ -476,7 +484,7 @@ bool ReadSize(wchar_t ch, const wchar_t*& next, Directive& directive)
         } else if (next[0] == L'3' && next[1] == L'2') {
             next += 2;
             directive.flags &= ~unsigned{kInt64};
-        } else if (std::wstring_view(L"diouxX").find(*next) == std::wstring_view::npos) {
+        } else if (!beforeInteger) {
             return false;
         }
         return true;

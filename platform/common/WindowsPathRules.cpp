@@ -4,8 +4,9 @@
 //
 // Sources of the rules: Microsoft's pages for both functions, "File path
 // formats on Windows systems" (path normalization) and RtlIsDosDeviceName_U
-// (legacy device names); where those are silent, what Wine 8's own functions
-// do (tests/windows/PathRulesWineTest.cpp runs them against the same table).
+// (legacy device names); where those are silent, Windows' own answers as
+// conformance tests record them (unit/PathRulesCases.h, also run against
+// Wine's functions by windows/PathRulesWineTest.cpp).
 //
 // Only wchar_t code units are compared, never their width, so the code is the
 // same with 16-bit (Windows) and 32-bit (Linux) wchar_t.
@@ -19,16 +20,6 @@
 namespace Tessel::Bridge::Platform::PathRules {
 
 namespace {
-
-constexpr std::uint32_t kErrorInsufficientBuffer = 122; // ERROR_INSUFFICIENT_BUFFER
-
-// The 32K limit of both buffers that Microsoft documents for
-// ExpandEnvironmentStringsW (for Windows XP and Server 2003; Wine 8 keeps it):
-// a counted string (UNICODE_STRING) holds at most 32,767 characters, and one
-// made from a zero-terminated source keeps room for the zero, so only the
-// first 32,766 characters of the source count.
-constexpr std::size_t kMaxCountedChars = 32767;
-constexpr std::size_t kMaxSourceChars = kMaxCountedChars - 1;
 
 constexpr std::wstring_view kSeparators = L"\\/";
 constexpr std::wstring_view kLocalDevicePrefix = L"\\\\.\\";
@@ -57,39 +48,71 @@ bool CopyIfItFits(std::wstring_view text, wchar_t* buffer, std::size_t size)
 
 // --- Environment strings --------------------------------------------------
 
+// Where an expansion goes: a buffer of `size` characters (none when null),
+// written piece by piece as Windows writes it. Text goes in a character at a
+// time while the character and a final zero would still fit. A variable's
+// value goes in whole with a zero after it when both fit; otherwise a zero
+// goes where the value would have started and nothing more is written.
+struct Destination {
+    wchar_t* buffer;
+    std::size_t size;
+    std::size_t at = 0;
+    bool open = true;
+
+    void Text(std::wstring_view text)
+    {
+        for (const wchar_t ch : text) {
+            if (!open || at + 1 >= size) return;
+            buffer[at++] = ch;
+        }
+    }
+    void Value(std::wstring_view value)
+    {
+        if (!open) return;
+        if (value.size() < size - at) {
+            std::copy(value.begin(), value.end(), buffer + at);
+            at += value.size();
+            buffer[at] = L'\0';
+            return;
+        }
+        if (at < size) buffer[at] = L'\0';
+        open = false;
+    }
+};
+
 // %NAME% becomes the variable's value. A name that is not set (or empty, as in
 // "%%") stays as written, both percent signs included, and scanning goes on
 // after its closing sign: that sign never opens the next reference. A '%'
 // without a partner is kept. Values are inserted as they are, never expanded
-// again.
-std::wstring Expand(std::wstring_view source, const PathEnvironment& environment)
+// again. Returns the length of the whole expansion.
+std::size_t Expand(std::wstring_view source, const PathEnvironment& environment, Destination& out)
 {
-    std::wstring expanded;
-    expanded.reserve(source.size());
+    std::size_t length = 0;
+    const auto text = [&](std::wstring_view piece) {
+        out.Text(piece);
+        length += piece.size();
+    };
     std::size_t at = 0;
     while (at < source.size()) {
         const std::size_t open = source.find(L'%', at);
-        if (open == std::wstring_view::npos) {
-            expanded.append(source.substr(at));
-            break;
-        }
-        expanded.append(source.substr(at, open - at));
-        const std::size_t close = source.find(L'%', open + 1);
+        const std::size_t close = open == std::wstring_view::npos ? open : source.find(L'%', open + 1);
         if (close == std::wstring_view::npos) {
-            expanded.append(source.substr(open));
+            text(source.substr(at));
             break;
         }
+        text(source.substr(at, open - at));
         const std::wstring_view name = source.substr(open + 1, close - open - 1);
         std::optional<std::wstring> value;
         if (!name.empty() && environment.variable) value = environment.variable(name);
         if (value) {
-            expanded.append(*value);
+            out.Value(*value);
+            length += value->size();
         } else {
-            expanded.append(source.substr(open, close - open + 1));
+            text(source.substr(open, close - open + 1));
         }
         at = close + 1;
     }
-    return expanded;
+    return length;
 }
 
 // --- Paths ----------------------------------------------------------------
@@ -349,32 +372,23 @@ std::optional<std::wstring> FullPath(std::wstring_view path, const PathEnvironme
 
 } // namespace
 
-// The result is cut to the buffer when it does not fit: as much as fits and a
-// zero, the return value still the full size needed, and
-// ERROR_INSUFFICIENT_BUFFER. Success leaves the last error alone. A size
-// beyond the 32K limit counts as the limit; a null destination receives
-// nothing (size 0 with it asks for the size needed).
+// The return value is the size needed, zero included, whether or not the
+// buffer holds it all, and the last error is never set. A buffer too small
+// keeps what Destination wrote and gets no final zero.
 std::uint32_t ExpandVariables(const wchar_t* source, wchar_t* destination, std::uint32_t size,
-                              const PathEnvironment& environment, std::uint32_t& lastError)
+                              const PathEnvironment& environment, std::uint32_t& /*lastError*/)
 {
-    const std::wstring_view text = TextOf(source);
-    const std::wstring expanded = Expand(text.substr(0, std::min(text.size(), kMaxSourceChars)), environment);
-    const std::size_t room = std::min<std::size_t>(size, kMaxCountedChars);
-    const std::uint32_t needed = Count(expanded.size() + 1);
-    if (expanded.size() < room) {
-        CopyIfItFits(expanded, destination, room);
-        return needed;
-    }
-    if (destination != nullptr && room > 0) CopyIfItFits(std::wstring_view(expanded).substr(0, room - 1), destination, room);
-    lastError = kErrorInsufficientBuffer;
-    return needed;
+    Destination out{destination, destination != nullptr ? size : 0u};
+    const std::size_t length = Expand(TextOf(source), environment, out);
+    if (length < out.size) destination[length] = L'\0';
+    return Count(length + 1);
 }
 
 // Success returns the length without the zero. A buffer too small (or null)
 // is left untouched and the return value is the size needed, zero included.
 // An empty path, or spaces only, returns 0. None of these sets a last error.
-// Unlike ExpandEnvironmentStringsW there is no 32K cut: longer results are
-// returned whole.
+// Longer results than 32K are returned whole, as expansions are (the 32K
+// limit of both was Windows XP's).
 std::uint32_t FullPathName(const wchar_t* path, std::uint32_t size, wchar_t* buffer, const PathEnvironment& environment,
                            std::uint32_t& /*lastError*/)
 {

@@ -1,6 +1,7 @@
 // Cases of the wide formatter: X(format, expected, arguments...). The first
 // table is what msvcrt.dll prints, checked against it under Wine as well; the
-// second holds cases where Wine's msvcrt differs from Windows.
+// second holds cases where Wine's msvcrt differs from Windows. Rows marked
+// printf.c are Windows' answers in Wine's msvcrt conformance test (sprintf).
 #pragma once
 
 #include <climits>
@@ -27,16 +28,19 @@ inline const CountedString kAnsi{3, 4, "abcd"}, kUnicode{3 * sizeof(wchar_t), 4 
 } // namespace KestrelTest
 
 #define KESTREL_WIDE_FORMAT_CASES(X) \
-    X(L"%d|%i|%u|%x|%X|%o", L"-2147483648|2147483647|4294967295|deadbeef|DEADBEEF|10"s, INT_MIN, INT_MAX, 4294967295u, 0xDEADBEEFu, 0xDEADBEEFu, 8) \
-    X(L"%+d|% d|%+ d|% +d|%+u|% x|%-0+ #5d|", L"+5| 5|+5|+5|5|5|+3   |"s, 5, 5, 5, 5, 5u, 5u, 3) \
-    X(L"%0*d|%*d|%-*d|%.*d|%.*d|%*.*d", L"-00042|42    |42    |007|7|   042"s, 6, -42, -6, 42, -6, 42, 3, 7, -3, 7, 6, 3, 42) \
-    X(L"%.0d|%+.0d|%5.0d|%#x|%#X|%#o|%#x|%#o|%#010x|%-#10x|%#-6o|", L"|+|     |0xff|0XFF|010|0|0|0x000000ff|0xff      |010   |"s, 0, 0, 0, 255, 255, 8, 0, 0, 255, 255, 8) \
+    /* printf.c */ X(L"% d|%+ d|%-i|%3d|%o|%u|%-5I64d|%05I64d", L" 1|+1|-1|1234|12|4294967295|-100 |-0100"s, 1, 1, -1, 1234, 10, -1, -100LL, -100LL) \
+    /* printf.c */ X(L"%#+21.18I64x|%#+18.21I64X|%#-8.5I64o|%#-+ 08.5I64d|%.0I64d", L" 0x00ffffffffffffff9c|0X00000FFFFFFFFFFFFFF9C|" \
+      L"00144   |+00100  |"s, -100LL, -100LL, 100LL, 100LL, 0LL) \
+    /* printf.c */ X(L"%#012x|%#012x|%#04.8x|%#04.8x|%#-08.2x|%#-08.2x|%#.0x|%#.0x|%#08o|%#o|%#o", \
+      L"0x0000000001|000000000000|0x00000001|00000000|0x01    |00      |0x1||00000001|01|0"s, 1, 0, 1, 0, 1, 0, 1, 0, 1, 1, 0) \
+    /* printf.c */ X(L"%*1d|%0*0d|% *2d|%*s|%.*s", L"          3|0000000002| 7|foo  |f"s, 1, 3, 1, 2, 0, 7, -5, L"foo", 1, L"foo") \
+    /* printf.c */ X(L"%hx|%hhx|%hhx|%zx|%tx|%jd|%Ix %d", L"2345|123|2345|1|1|-1|12345678123456 1"s, 0x12345, 0x123, 0x12345, \
+      static_cast<size_t>(1), static_cast<ptrdiff_t>(1), -1LL, static_cast<size_t>(0x12345678123456), 1) \
+    /* printf.c */ X(L"%_1I64d|%I|%Iq|%Ihd|%I0d|%I64D|%b|%H|%%0|%w0s|%w-s|%k%m%q%r%t%v%y%z", L"_1I64d|I|Iq|Ihd|I0d|D|b|H|%0|0s|-s|kmqrtvyz"s) \
+    /* printf.c */ X(L"%j", L""s) \
+    /* printf.c */ X(L"%z", L"z"s) \
     X(L"%hhd|%hd|%hu|%#hx|%ld|%lx|%lld|%llx", L"4464|-25536|65535|0xffff|-1|ffffffff|-1|ffffffffffffffff"s, 70000, 40000, -1, 0x1FFFF, -1L, -1L, -1LL, -1LL) \
-    X(L"%I64d|%I64u|%I64X|%I32u|%Iu|%Id|%Ix", L"-9223372036854775808|18446744073709551615|FEDCBA9876543210|4294967295|18446744073709551615|-5|ff"s, \
-      LLONG_MIN, ULLONG_MAX, 0xFEDCBA9876543210ULL, -1, static_cast<size_t>(-1), static_cast<ptrdiff_t>(-5), static_cast<size_t>(255)) \
     X(L"%I32I64d|%I64I32d|%lI64d|%llI32d|%Ld|%Fd|%Nd|%wd", L"1|2|3|4|5|6|7|8"s, 1LL, 2, 3LL, 4LL, 5, 6, 7, 8) \
-    X(L"%y|%5y|%-5.3k|%%|%5-d|%.-3d|%.3*d|%..d|%\u0125d|%\u00e9", L"y|y|k|%|-d|-3d|*d|.d|\u0125d|\u00e9"s) \
-    X(L"%Is|%I|%I6d|%I3d|%5I|%-I64|abc%-5.", L"Is|I|I6d|I3d|I||abc"s) \
     X(L"%2147483648d|%4294967301d|%.2147483648s|%.4294967298s|", L"1|    2|abc|ab|"s, 1, 2, L"abc", L"abc") \
     X(L"%s|%S|%ls|%hs|%ws|%hS|%lS|%wS|%lls|%llS|%I64s|%I64S", L"wide|narrow|wide|narrow|wide|narrow|wide|wide|wide|narrow|wide|narrow"s, \
       L"wide", "narrow", L"wide", "narrow", L"wide", "narrow", L"wide", L"wide", L"wide", "narrow", L"wide", "narrow") \
@@ -51,13 +55,16 @@ inline const CountedString kAnsi{3, 4, "abcd"}, kUnicode{3 * sizeof(wchar_t), 4 
       L"0000000123456789"s, kPointer, kPointer, kPointer, nullptr, kPointer, reinterpret_cast<void*>(0x123456789)) \
     X(L"%f|%e|%E|%g|%G|%.0f|%#.0f|%#g|%g|%#.0e|%.0e", L"1.500000|1.500000e+000|1.500000E+000|0.0001|1E+020|3|2.|1.00000|100000|3.e+000|1e+001"s, \
       1.5, 1.5, 1.5, 0.0001, 1e20, 2.5, 2.0, 1.0, 100000.0, 2.5, 9.5) \
-    X(L"%.0f|%.0f|%.1f|%.2f|%.3f|%.1f|%f|%.0f", L"1|2|0.3|0.13|0.001|0.5|0.000000|0"s, 0.5, 1.5, 0.25, 0.125, 0.0005, 0.45, 0.0000005, 0.3) \
+    /* printf.c */ X(L"%+#23.15e|%-#23.15e|%#1.1g|%2.4f|%0f|%.0f|%2.4e|% 014.4e|% 2.4e|%2.4g|%.0f|%.0f", \
+      L"+7.894561230000000e+008|7.894561230000000e+008 |8.e+008|8.6000|0.600000|1|8.6000e+000| 008.6000e+000|-8.6000e+000|8.6|-2|-1"s, \
+      789456123.0, 789456123.0, 789456123.0, 8.6, 0.6, 0.6, 8.6, 8.6, -8.6, 8.6, -1.5, -0.5) \
+    /* printf.c */ X(L"%.15f|%.15f|%g|%g|%.15g", L"3.141592653589793|37.866261574537077|5e-005|1e+015|999999999999999"s, \
+      3.14159265358979323846, 37.866261574537077, 0.00005, 999999999999999.0, 999999999999999.0) \
+    /* ours: '#' keeps the point %g would drop */ X(L"%#.0g|%#g|%#.3g|%#.1g", L"3.|100000.|100.|1.e+002"s, 2.5, 100000.0, 99.9985, 100.0) \
     X(L"%.3g|%g|%g|%g|%.2g|%.2g|%.1g|%g|%#.2g|%g|%g", L"0.000123|1e-005|123456|1.23457e+006|1e+002|0.0001|0.9|0|0.0|10|1e+006"s, \
       0.0001234, 1e-5, 123456.0, 1234567.0, 99.5, 0.000099951, 0.95, 0.0, 0.0, 9.9999995, 999999.5) \
     X(L"%e|%f|%g|%E|%.16e|%.3e|%e|%e|%g|%.15f", L"-0.000000e+000|-0.000000|-0|0.000000E+000|1.0000000000000001e-001|9.999e+000|" \
       L"4.940656e-324|1.000000e-300|1e-300|0.000000000000000"s, -0.0, -0.0, -0.0, 0.0, 0.1, 9.9995, 5e-324, 1e-300, 1e-300, 1e-300) \
-    X(L"%05.1f|%+f|% e|%-8.2e|%020e|%-6g|%+.3e|%f", L"-01.3|+1.000000| 1.000000e+000|1.00e+000|00000001.500000e+000|1.5   |+1.235e+004|" \
-      L"123456789012345680.000000"s, -1.25, 1.0, 1.0, 1.0, 1.5, 1.5, 12345.678, 123456789012345678.0) \
     X(L"%F|%Lf|%lf|%hf|%I64f|%wf", L"|1.500000|2.500000|3.500000|4.500000|5.500000"s, 1.5, 2.5, 3.5, 4.5, 5.5) \
     X(L"%f|%e|%g|%.2f|%.1f|%.3f|%.0f|%10.2f|%010f|%+f|% f|%010.2f", L"1.#INF00|1.#INF00e+000|1.#INF|1.#J|1.$|1.#IO|1|      1.#J|" \
       L"-01.#INF00|+1.#INF00| 1.#QNAN0|0000001.#R"s, kInf, kInf, kInf, kInf, kInf, kInf, kInf, kInf, -kInf, kInf, kNan, kNan) \
@@ -72,8 +79,9 @@ inline const CountedString kAnsi{3, 4, "abcd"}, kUnicode{3 * sizeof(wchar_t), 4 
 #define KESTREL_WIDE_FORMAT_CASES_BEYOND_WINE(X) \
     /* A '%' that ends a directive is text, like any character that does; Wine drops it. */ \
     X(L"%5%|%-05%|%.%|%5%d", L"%|%|%|%d"s) \
-    /* z, j and t are not sizes of msvcrt ("%zu" prints "zu"); Wine takes them as sizes. */ \
-    X(L"%zd|%jd|%td", L"zd|jd|td"s) \
+    /* printf.c; Wine 8's msvcrt faults on it (a write to 0x3C). */ X(L"%#.25I64o", L"0001777777777777777777634"s, -100LL) \
+    /* printf.c, todo_wine: 17 significant digits, then zeros. */ \
+    X(L"%.30f|%.30lf", L"0.333333333333333310000000000000|1.414213562373095100000000000000"s, 1.0 / 3, std::sqrt(2.0)) \
     /* Wine cuts %c by the precision, keeps the '0' flag of an integer with one, and drops the 0 of "%#.0o". */ \
     X(L"%.0c|%05.3d|%020.3x|%#.0o", L"c| -042|                 00f|0"s, L'c', -42, 15, 0) \
     /* %p always prints every digit and integer precision stops at 512; Wine honours and does not cap it. */ \

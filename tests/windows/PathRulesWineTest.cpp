@@ -14,8 +14,8 @@ using namespace KestrelTest::PathRules;
 
 namespace {
 
-// The table's variables (and no other per-drive "=C:" ones) and its default
-// directory while it lives; then the process's own back.
+// The table's variables (and no other per-drive "=C:" ones) while it lives;
+// then the process's own back.
 class TableProcess {
 public:
     TableProcess()
@@ -28,14 +28,10 @@ public:
         }
         for (const std::wstring& entry : perDrive_) SetEnvironmentVariableW(entry.substr(0, 3).c_str(), nullptr);
         for (const auto& [name, value] : kVariables) SetEnvironmentVariableW(name.c_str(), value.c_str());
-        CreateDirectoryW(L"C:\\KestrelPathRules", nullptr);
-        CreateDirectoryW(kCwd.c_str(), nullptr);
     }
     ~TableProcess()
     {
         SetCurrentDirectoryW(directory_.c_str());
-        RemoveDirectoryW(kCwd.c_str());
-        RemoveDirectoryW(L"C:\\KestrelPathRules");
         for (const auto& [name, value] : kVariables) SetEnvironmentVariableW(name.c_str(), nullptr);
         for (const std::wstring& entry : perDrive_) SetEnvironmentVariableW(entry.substr(0, 3).c_str(), entry.c_str() + 4);
     }
