@@ -41,6 +41,15 @@ enum class Problem {
     kNonZeroPadding,
 };
 
+// A problem of the certificate table's place or size, found while the
+// headers otherwise hold together.
+constexpr bool IsCertificateTableProblem(Problem problem)
+{
+    return problem == Problem::kCertificateTableTooLarge || problem == Problem::kCertificateTableOutsideFile ||
+           problem == Problem::kCertificateTableOverlapsHeaders || problem == Problem::kCertificateTableMisaligned ||
+           problem == Problem::kDataAfterCertificateTable || problem == Problem::kSectionOverlapsCertificateTable;
+}
+
 const char* Describe(Problem problem);
 
 // A value, or the problem that stopped it.

@@ -239,7 +239,9 @@ private:
         std::vector<Pe::Algorithm> algorithms{Pe::Algorithm::kSha256};
         const auto layout = image->Headers();
         if (!layout) {
-            read.problem = TrustResult::kSubjectFormUnknown;
+            // Headers that hold together around a table Windows would not
+            // read leave an image without a signature; others, no image.
+            read.problem = Pe::IsCertificateTableProblem(layout.Why()) ? TrustResult::kNoSignature : TrustResult::kSubjectFormUnknown;
             return Hashed(read, image->FlatDigest(algorithms));
         }
         // A table Windows could read in another way than this one is no

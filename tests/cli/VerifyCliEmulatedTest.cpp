@@ -34,6 +34,8 @@ TEST_F(VerifyCli, GivesWindowsCodesAndTrustForEachFile)
         {"untrusted.exe", "  embedded 0: 0x800B0109 key=[0-9a-f]{64} subject=CN=Kestrel Test untrusted\n", false},
         {"wrongpurpose.exe", "  embedded 0: 0x800B0110\n", false},
         {"expired.exe", "  embedded 0: 0x800B0101 key=[0-9a-f]{64} subject=CN=Kestrel Test expired\n", true},
+        {"trailing.exe", "  embedded 0: 0x800B0100\n", false}, // bytes after the certificate table
+        {"root.crt", "  embedded 0: 0x800B0003\n", false},     // no image at all
     };
     for (const auto& c : cases) {
         const ProcessResult result = VerifyWithRoot(c.file);

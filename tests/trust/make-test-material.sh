@@ -149,6 +149,8 @@ hash=sha1 sign "$tmp/sha1.exe" leaf
 src=$tmp/sha1.exe sign "$out/nested.exe" leaf -nest
 # Nested with another key second: leaf first, the 3072-bit signer nested.
 src=$out/signed.exe sign "$out/nested3072.exe" leaf3072 -nest
+# Bytes after the certificate table.
+{ cat "$out/signed.exe"; printf 'trailing'; } >"$out/trailing.exe"
 # The unsigned program's Authenticode digest (the same bytes signed.exe
 # signs), the tag a catalog lists it by.
 { osslsigncode verify -in "$out/signed.exe" 2>/dev/null || true; } |
