@@ -100,23 +100,4 @@ TEST_F(SignatureVerificationWine, AFileNoCatalogListsHasNoCatalog)
     EXPECT_NE(failure.error, 0u);
 }
 
-// KestrelVerify.exe over WinTrust: the same lines as on the emulated PC.
-TEST_F(SignatureVerificationWine, KestrelVerifyPrintsWinTrustsAnswers)
-{
-    const std::vector<std::uint8_t> abc{'a', 'b', 'c'};
-    ASSERT_EQ(HexDigits<char>(Sha256Of(abc), false), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-
-    const auto utf8 = [](const std::wstring& text) { return std::string(text.begin(), text.end()); };
-    const std::string unsignedFile = utf8(Material(L"unsigned.exe"));
-    const std::string signedFile = utf8(Material(L"signed.exe"));
-    const ProcessResult result = KestrelTest::RunProcess(KestrelTest::BuiltProgram("KestrelVerify"), {signedFile, unsignedFile});
-    const std::string fingerprint = HexDigits<char>(Sha256Of(LeafKey()), false);
-    const std::string end(KestrelTest::kLineEnd);
-    EXPECT_EQ(result.out, signedFile + ": trusted by Windows" + end + "  embedded 0: 0x00000000 key=" + fingerprint +
-                              " subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf" + end + unsignedFile + ": not trusted by Windows" + end +
-                              "  embedded 0: 0x800B0100" + end);
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(KestrelTest::RunProcess(KestrelTest::BuiltProgram("KestrelVerify"), {"--roots", "root.crt", signedFile}).exitStatus, 2);
-}
-
 } // namespace

@@ -31,12 +31,15 @@ foreach(version 4.9 5.0)
     add_dependencies(kestrel_cli_tests ${target})
 endforeach()
 
-target_sources(kestrel_cli_tests PRIVATE windows/DisplayCliWineTest.cpp)
+target_sources(kestrel_cli_tests PRIVATE windows/DisplayCliWineTest.cpp windows/VerifyCliWineTest.cpp)
+add_dependencies(kestrel_cli_tests KestrelVerify)
 add_dependencies(kestrel_cli_tests kestrel_portrait_panel_plugin)
-set_property(TEST kestrel_cli_tests APPEND PROPERTY ENVIRONMENT "KESTREL_TEST_BEDS=Z:${testbed}")
+set(cli_environment "KESTREL_TEST_BEDS=Z:${testbed}" "KESTREL_TRUST_MATERIAL=Z:${CMAKE_BINARY_DIR}/trust-material")
+set_property(TEST kestrel_cli_tests APPEND PROPERTY ENVIRONMENT ${cli_environment})
+set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED trust_material)
 if(KESTREL_LIBCXX_PROGRAMS)
-    cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY
-                   ENVIRONMENT "KESTREL_TEST_BEDS=Z:${testbed}")
+    cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY ENVIRONMENT ${cli_environment})
+    cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY FIXTURES_REQUIRED trust_material)
 endif()
 
 # The push-notification service stand-in, registered by the Notification tests.
