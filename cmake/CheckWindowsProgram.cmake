@@ -32,6 +32,15 @@ foreach(dll libstdc\\+\\+-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll libc\\+\\
     endif()
 endforeach()
 
+# A program that loads the rest of the system on use imports nothing else at start.
+if(LOADS_ON_USE)
+    string(REGEX MATCHALL "Name: [^ \n]+\.(dll|DLL)" imported "${report}")
+    list(REMOVE_ITEM imported "Name: KERNEL32.dll" "Name: msvcrt.dll")
+    if(imported)
+        string(APPEND failures "\n  loads at start: ${imported}")
+    endif()
+endif()
+
 # The security library's classes are exported for the components it loads.
 set(exports "")
 if(EXPORTS_SECURITY)

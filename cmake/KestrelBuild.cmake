@@ -74,9 +74,10 @@ endfunction()
 
 # Checks of a built Windows program that need no Windows: machine type,
 # console subsystem, the UTF-8 manifest, and no runtime DLLs to ship; with
-# EXPORTS_SECURITY also the security library's exports.
+# EXPORTS_SECURITY also the security library's exports, with LOADS_ON_USE no
+# import but kernel32 and msvcrt.
 function(kestrel_add_program_checks target)
-    cmake_parse_arguments(PARSE_ARGV 1 check "EXPORTS_SECURITY" "" "")
+    cmake_parse_arguments(PARSE_ARGV 1 check "EXPORTS_SECURITY;LOADS_ON_USE" "" "")
     find_program(KESTREL_LLVM_READOBJ NAMES llvm-readobj-14 llvm-readobj REQUIRED)
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "ARM64")
         set(machine "IMAGE_FILE_MACHINE_ARM64")
@@ -89,5 +90,6 @@ function(kestrel_add_program_checks target)
             -DREADOBJ=${KESTREL_LLVM_READOBJ}
             -DMACHINE=${machine}
             -DEXPORTS_SECURITY=${check_EXPORTS_SECURITY}
+            -DLOADS_ON_USE=${check_LOADS_ON_USE}
             -P "${PROJECT_SOURCE_DIR}/cmake/CheckWindowsProgram.cmake")
 endfunction()
