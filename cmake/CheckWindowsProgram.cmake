@@ -34,7 +34,7 @@ endforeach()
 
 # A program that loads the rest of the system on use imports nothing else at start.
 if(LOADS_ON_USE)
-    string(REGEX MATCHALL "Name: [^ \n]+\.(dll|DLL)" imported "${report}")
+    string(REGEX MATCHALL "Name: [^ \n]+[.](dll|DLL)" imported "${report}")
     list(REMOVE_ITEM imported "Name: KERNEL32.dll" "Name: msvcrt.dll")
     if(imported)
         string(APPEND failures "\n  loads at start: ${imported}")
