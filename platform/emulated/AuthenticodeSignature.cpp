@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
 
 namespace Tessel::Bridge::Platform::Emulated::Authenticode {
 
@@ -273,31 +272,12 @@ std::uint32_t ChainResult(int error)
     }
 }
 
-// A GeneralizedTime as RFC 3161 writes genTime, "YYYYMMDDHHMMSS[.f...]Z";
-// the fraction, which Microsoft's timestamping service sends, is dropped.
-std::optional<std::time_t> GeneralizedTime(const ASN1_GENERALIZEDTIME* time)
+// A UTCTime or GeneralizedTime as seconds since 1970; OpenSSL also reads the
+// fraction of a second that Microsoft's timestamping service sends.
+std::optional<std::time_t> SecondsOf(const ASN1_TIME* time)
 {
-    if (time == nullptr || ASN1_STRING_type(time) != V_ASN1_GENERALIZEDTIME) return std::nullopt;
-    const std::string_view text(reinterpret_cast<const char*>(ASN1_STRING_get0_data(time)), static_cast<std::size_t>(ASN1_STRING_length(time)));
-    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-    if (text.size() < 15 || text.back() != 'Z' || !std::all_of(text.begin(), text.begin() + 14, isDigit)) return std::nullopt;
-    if (text.size() > 15 && (text[14] != '.' || text.size() == 16 || !std::all_of(text.begin() + 15, text.end() - 1, isDigit))) return std::nullopt;
-    const auto number = [&](std::size_t at, std::size_t count) {
-        int value = 0;
-        for (std::size_t i = at; i < at + count; ++i) value = value * 10 + (text[i] - '0');
-        return value;
-    };
     std::tm fields{};
-    fields.tm_year = number(0, 4) - 1900;
-    fields.tm_mon = number(4, 2) - 1;
-    fields.tm_mday = number(6, 2);
-    fields.tm_hour = number(8, 2);
-    fields.tm_min = number(10, 2);
-    fields.tm_sec = number(12, 2);
-    if (fields.tm_mon < 0 || fields.tm_mon > 11 || fields.tm_mday < 1 || fields.tm_mday > 31 || fields.tm_hour > 23 || fields.tm_min > 59 ||
-        fields.tm_sec > 60) {
-        return std::nullopt;
-    }
+    if (time == nullptr || ASN1_TIME_to_tm(time, &fields) != 1) return std::nullopt;
     return timegm(&fields);
 }
 
@@ -346,7 +326,7 @@ std::optional<std::time_t> TimestampTime(const PKCS7_SIGNER_INFO* signer, X509_S
         TS_MSG_IMPRINT* imprint = TS_TST_INFO_get_msg_imprint(tst.get());
         const EVP_MD* md = EVP_get_digestbyobj(TS_MSG_IMPRINT_get_algo(imprint)->algorithm);
         if (!SameBytes(TS_MSG_IMPRINT_get_msg(imprint), Digest(md, signature))) continue;
-        const std::optional<std::time_t> at = GeneralizedTime(TS_TST_INFO_get_time(tst.get()));
+        const std::optional<std::time_t> at = SecondsOf(TS_TST_INFO_get_time(tst.get()));
         bool timestamping = false;
         if (at && VerifyChain(certificate, certificates.get(), roots, *at, XKU_TIMESTAMP, timestamping) == X509_V_OK && timestamping) return at;
     }
@@ -373,14 +353,10 @@ std::optional<std::time_t> CountersignatureTime(const PKCS7* p7, const PKCS7_SIG
         EVP_PKEY* key = certificate == nullptr ? nullptr : X509_get0_pubkey(certificate);
         if (!SignerWellFormed(countersigner.get(), key) || !SignsAttributes(countersigner.get(), key, kData, signature)) continue;
         const ASN1_TYPE* signingTime = PKCS7_get_signed_attribute(countersigner.get(), NID_pkcs9_signingTime);
-        std::tm time{};
-        if (signingTime == nullptr || (signingTime->type != V_ASN1_UTCTIME && signingTime->type != V_ASN1_GENERALIZEDTIME) ||
-            ASN1_TIME_to_tm(signingTime->value.utctime, &time) != 1) {
-            continue;
-        }
-        const std::time_t at = timegm(&time);
+        const bool isTime = signingTime != nullptr && (signingTime->type == V_ASN1_UTCTIME || signingTime->type == V_ASN1_GENERALIZEDTIME);
+        const std::optional<std::time_t> at = isTime ? SecondsOf(signingTime->value.utctime) : std::nullopt;
         bool timestamping = false;
-        if (VerifyChain(certificate, p7->d.sign->cert, roots, at, XKU_TIMESTAMP, timestamping) == X509_V_OK && timestamping) return at;
+        if (at && VerifyChain(certificate, p7->d.sign->cert, roots, *at, XKU_TIMESTAMP, timestamping) == X509_V_OK && timestamping) return at;
     }
     return std::nullopt;
 }
