@@ -48,6 +48,16 @@ struct Signer {
     bool subjectUnreadable = false;
 };
 
+// A timestamp that a signature carries and that Windows accepts.
+struct Timestamp {
+    enum class Kind {
+        Rfc3161,          // an RFC 3161 token (SPC_RFC3161_OBJID)
+        Countersignature, // a PKCS#9 countersignature, Authenticode's older kind
+    };
+    Kind kind = Kind::Rfc3161;
+    std::int64_t time = 0; // seconds since 1970-01-01 UTC
+};
+
 // One signature of a file, found by index as WSS_VERIFY_SPECIFIC finds it.
 struct SignatureCheck {
     std::uint32_t result = TrustResult::kNoSignature;
@@ -55,6 +65,11 @@ struct SignatureCheck {
     std::uint32_t secondarySignatures = 0;
     // Set for the accepted results (0, CERT_E_EXPIRED, CERT_E_UNTRUSTEDROOT).
     std::optional<Signer> signer;
+    // The signer's digest algorithm ("sha1", "sha256", "sha384", "sha512",
+    // "md5", else the dotted OID); empty where no signature was read.
+    std::string digestAlgorithm;
+    // Set with the signer when the signature carries a valid timestamp.
+    std::optional<Timestamp> timestamp;
 };
 
 // A security catalog that lists a file, and the file's tag in it.
