@@ -138,13 +138,13 @@ foreach(content IN LISTS lines)
             elseif(NOT index LESS count_${from})
                 fail(${line} "${entry}: list ${from} has ${count_${from}} entries")
             endif()
-            string(APPEND body_${current} "    ${cpp_${from}}[${index}],\n")
+            string(APPEND body_${current} "    {nullptr, &${cpp_${from}}, ${index}},\n")
         elseif("${entry}" MATCHES "^[A-Za-z_][A-Za-z0-9_]*$")
             if(NOT DEFINED pk_value_${entry})
                 fail(${line} "${entry}: no key of that name above this line")
             endif()
             set(pk_used_${entry} TRUE)
-            string(APPEND body_${current} "    \"${pk_value_${entry}}\", // ${entry}\n")
+            string(APPEND body_${current} "    {\"${pk_value_${entry}}\", nullptr, 0}, // ${entry}\n")
         else()
             fail(${line} "${entry}: not a key name or LIST[N]")
         endif()
@@ -165,10 +165,36 @@ endforeach()
 
 set(code "// Generated from ${KEYS_FILE} by cmake/GeneratePinnedKeys.cmake: edit the data file.\n")
 string(APPEND code "#include \"security/trust/PinnedKeys.h\"\n\n")
+string(APPEND code "#include <cstddef>\n#include <span>\n\n")
 string(APPEND code "namespace Tessel::Bridge::Security::PinnedKeys {\n")
+# The entries are constant data and one loop builds every list, so start-up
+# runs a few instructions per entry instead of a long initialiser per list.
+string(APPEND code [=[
+namespace {
+
+// A key text, or entry `index` of an earlier list.
+struct Entry {
+    const char* key;
+    const PublicKeyList* list;
+    std::size_t index;
+};
+
+PublicKeyList Build(std::span<const Entry> entries)
+{
+    PublicKeyList keys;
+    keys.reserve(entries.size());
+    for (const Entry& entry : entries) keys.push_back(entry.key != nullptr ? std::string(entry.key) : (*entry.list)[entry.index]);
+    return keys;
+}
+
+]=])
+foreach(name IN LISTS list_names)
+    string(APPEND code "constexpr Entry ${cpp_${name}}Entries[] = {\n${body_${name}}};\n")
+endforeach()
+string(APPEND code "\n} // namespace\n")
 string(APPEND code "\n// Defined in initialisation order: later lists copy entries of earlier ones.\n")
 foreach(name IN LISTS list_names)
-    string(APPEND code "const PublicKeyList ${cpp_${name}} = {\n${body_${name}}};\n")
+    string(APPEND code "const PublicKeyList ${cpp_${name}} = Build(${cpp_${name}}Entries);\n")
 endforeach()
 string(APPEND code "\n} // namespace Tessel::Bridge::Security::PinnedKeys\n")
 file(WRITE "${OUTPUT}" "${code}")

@@ -1,5 +1,6 @@
 #include "security/trust/CertificateDetails.h"
 
+#include <array>
 #include <string_view>
 #include <utility>
 
@@ -19,25 +20,47 @@ CertificateDetails::CertificateDetails(std::wstring cn, std::wstring ou, std::ws
 {
 }
 
-namespace TrustedPublishers {
+namespace {
 
-const std::vector<CertificateDetails> kTessel = {
+// A publisher row in the constructor's order: CN, OU, L, O, S, C, issuer.
+using Row = std::array<const wchar_t*, 7>;
+
+// The rows are constant data and one loop builds every table, so start-up
+// runs a few instructions per row instead of an initialiser per table.
+std::vector<CertificateDetails> Table(std::span<const Row> rows)
+{
+    std::vector<CertificateDetails> table;
+    table.reserve(rows.size());
+    for (const Row& row : rows) table.emplace_back(row[0], row[1], row[2], row[3], row[4], row[5], row[6]);
+    return table;
+}
+
+constexpr Row kTesselRows[] = {
     {L"Tessel Inc.", L"Tessel Cybersecurity", L"Larkford", L"Tessel Inc.", L"California", L"US", kDigiCertCodeSigning},
     {L"Tessel Inc.", L"", L"Larkford", L"Tessel Inc.", L"California", L"US", kDigiCertCodeSigning},
 };
 
-const std::vector<CertificateDetails> kDropbox = {
+constexpr Row kDropboxRows[] = {
     {L"Dropbox, Inc", L"", L"San Francisco", L"Dropbox, Inc", L"California", L"US", kDigiCertCodeSigning},
 };
 
 // The organisation's leading blank is part of the row.
-const std::vector<CertificateDetails> kMicrosoft = {
+constexpr Row kMicrosoftRows[] = {
     {L"Microsoft Corporation", L"", L"Redmond", L" Microsoft Corporation", L"Washington", L"US", L""},
 };
 
-const std::vector<CertificateDetails> kBitdefender = {
+constexpr Row kBitdefenderRows[] = {
     {L"Bitdefender SRL", L"", L"Bucharest", L"Bitdefender SRL", L"", L"RO", kDigiCertCodeSigning},
 };
+
+} // namespace
+
+namespace TrustedPublishers {
+
+const std::vector<CertificateDetails> kTessel = Table(kTesselRows);
+const std::vector<CertificateDetails> kDropbox = Table(kDropboxRows);
+const std::vector<CertificateDetails> kMicrosoft = Table(kMicrosoftRows);
+const std::vector<CertificateDetails> kBitdefender = Table(kBitdefenderRows);
 
 } // namespace TrustedPublishers
 
