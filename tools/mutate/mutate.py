@@ -419,10 +419,6 @@ def choose(sites, count, seed):
 
 # ------------------------------------------------------------------ running
 
-class Interrupted(Exception):
-    pass
-
-
 def on_signal(signum, frame):
     raise KeyboardInterrupt
 
@@ -484,6 +480,25 @@ def ctest(numbers, name, log_dir, *options, timeout=None):
     log = log_dir / f"tests-{name}.log"
     return run(["ctest", "--preset", "host", "-I", str(selection), "--parallel", "2", *options], log,
                timeout=timeout), log
+
+
+def plan(groups, took):
+    """The groups again with each one's slow tests (two seconds or more)
+    moved after every fast test: a test still running when another fails
+    holds the run until it ends. Also each group's time limit and the limit
+    per test: a fault may slow the tests down, and one that hangs is caught."""
+    fast, slow = [], []
+    for name, numbers in groups:
+        quick = [n for n in numbers if took.get(n, 0) < 2]
+        long = [n for n in numbers if took.get(n, 0) >= 2]
+        if quick:
+            fast.append((name, quick))
+        if long:
+            slow.append((name + "-slow", long))
+    ordered = fast + slow
+    limits = {name: 3 * sum(took.get(n, 0) for n in numbers) + 60 for name, numbers in ordered}
+    per_test = int(5 * max(took.values(), default=0) + 60)
+    return ordered, limits, per_test
 
 
 def run_tests(groups, limits, per_test, log_dir):
@@ -574,19 +589,19 @@ def execute(sites, results_path, gone_rows=()):
                 sys.exit(f"the host build fails without any fault: see {log_dir / 'build-clean.log'}")
             t1 = time.monotonic()
             setups, groups = test_groups()
-            limits = {}
             if setups and ctest(setups, "setup", log_dir)[0] != 0:
                 sys.exit(f"the host tests' set-up fails: see {log_dir / 'tests-setup.log'}")
+            took = {}
             for name, numbers in groups:
-                g0 = time.monotonic()
-                outcome, detail = run_tests([(name, numbers)], {}, 600, log_dir)
-                if outcome != "missed":
-                    sys.exit(f"the {name} tests fail without any fault ({detail}): see {log_dir}")
-                # A fault may slow a test down; one that hangs is caught.
-                limits[name] = 3 * (time.monotonic() - g0) + 60
-            per_test = int(max(limits.values()))
-            print(f"== clean build {t1 - t0:.0f}s; test groups "
-                  + ", ".join(f"{n} {len(g)} tests (limit {limits[n]:.0f}s)" for n, g in groups), file=sys.stderr)
+                status, log = ctest(numbers, name, log_dir, "-FS", ".*")
+                if status != 0:
+                    sys.exit(f"the {name} tests fail without any fault: see {log}")
+                for number, seconds in re.findall(r"Test\s+#(\d+): .*?Passed\s+([\d.]+) sec", log.read_text()):
+                    took[int(number)] = float(seconds)
+            groups, limits, per_test = plan(groups, took)
+            print(f"== clean build {t1 - t0:.0f}s; tests: "
+                  + ", ".join(f"{n} {len(g)} ({sum(took.get(i, 0) for i in g):.0f}s)" for n, g in groups),
+                  file=sys.stderr)
             for number, site in enumerate(sites, 1):
                 t0 = time.monotonic()
                 try:
@@ -627,7 +642,8 @@ def score(rows, total):
         parts.append(f"gone {counts['gone']}")
     print("score: " + ", ".join(parts) + (f"; {100 * counts['caught'] / judged:.1f}% caught" if judged else ""))
     if tried:
-        print(f"time: {total / 60:.1f} min, {total / tried:.0f}s per fault")
+        own = sum(float(r[11]) for r in rows if r[0] != "gone")
+        print(f"time: {total / 60:.1f} min in all, {own / tried:.0f}s per fault")
 
 
 # ------------------------------------------------------------------- replay
@@ -709,7 +725,9 @@ def replay(path, operators):
         r = now.get((site.path, site.index + 1, site.op, site.k))
         if r is None:
             continue
-        label = f"{entry['path']}:{entry['line']} -> {site.describe()}"
+        label = site.describe()
+        if (entry["path"], int(entry["line"])) != (site.path, site.index + 1):
+            label += f"   (was {entry['path']}:{entry['line']})"
         if entry["outcome"] == "caught" and r[0] == "missed":
             regressions.append(label)
         elif entry["outcome"] == "missed" and r[0] == "caught":
@@ -738,8 +756,12 @@ def main():
     parser.add_argument("--replay", metavar="RESULTS.tsv", help="run exactly the sites of an earlier results file")
     parser.add_argument("--list", action="store_true", help="print the chosen faults and stop")
     args = parser.parse_args()
+    # Also when started in the background, where SIGINT comes in ignored.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     signal.signal(signal.SIGTERM, on_signal)
     signal.signal(signal.SIGHUP, on_signal)
+    PENDING.mkdir(parents=True, exist_ok=True)
+    Restorer.recover()
     operators = load_operators()
     if args.replay:
         replay(args.replay, operators)
