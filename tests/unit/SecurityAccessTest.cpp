@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cwctype>
+#include <vector>
 
 using namespace Tessel::Bridge;
 using Security::BridgeAccessManager;
@@ -82,4 +83,39 @@ TEST(BridgeAccessManager, AQuestionWithoutItsCheckerThrowsTheLibrarysLogicError)
     copy.SetUwpChecker(nullptr);
     EXPECT_THROW(copy.IsUwpExempt(), bridge_access_exception);
     EXPECT_FALSE(manager.IsUwpExempt());
+}
+
+// The library's client records as its users get them from default, copy and
+// assignment (assignment leaves the detail value; a record assigned to
+// itself keeps only the type).
+TEST(ClientRecords, DefaultsAreZeroAndCopiesCarryTheirFields)
+{
+    using Numbers = std::vector<std::uint64_t>;
+    const UwpInformation fresh;
+    EXPECT_EQ(fresh.clientType, Server::ClientType::Uwp);
+    EXPECT_EQ((Numbers{fresh.major, fresh.minor, fresh.build, fresh.revision, fresh.detailValue}), Numbers(5, 0));
+    UwpInformation source(L"7C3E9B10.Umbrano", kFamily, 2, 1);
+    source.build = 3;
+    source.revision = 4;
+    source.detailText3 = L"three";
+    source.detailValue = 7;
+    UwpInformation target;
+    target = source;
+    EXPECT_EQ(target.clientId + L"|" + target.packageName + L"|" + target.packageFamilyName + L"|" + target.detailText3,
+              std::wstring(kFamily) + L"|7C3E9B10.Umbrano|" + kFamily + L"|three");
+    EXPECT_EQ((Numbers{target.major, target.minor, target.build, target.revision, target.detailValue}), (Numbers{2, 1, 3, 4, 0}));
+    EXPECT_EQ(UwpInformation(source).detailValue, 7u);
+
+    Win32Information win32(L"tool", L"second", 1, 2);
+    win32.build = 5;
+    Win32Information copy;
+    copy = win32;
+    EXPECT_EQ(copy.clientId + L"|" + copy.name + L"|" + copy.detail, L"tool|tool|second");
+    EXPECT_EQ((Numbers{copy.major, copy.minor, copy.build}), (Numbers{1, 2, 5}));
+    EXPECT_EQ(Win32Information().clientType, Server::ClientType::Win32);
+    copy.clientType = Server::ClientType::Uwp;
+    const Win32Information& alias = copy;
+    copy = alias;
+    EXPECT_EQ(copy.name, L"tool");
+    EXPECT_EQ(copy.clientType, Server::ClientType::Uwp);
 }
