@@ -6,32 +6,38 @@
 
 #include "FrontEnd.h"
 #include "platform/common/Utf8.h"
-#include "platform/emulated/EmulatedPc.h"
 
-#include <cstdint>
-#include <string>
-
+using KestrelFuzz::EmulatedPc;
 using KestrelFuzz::Require;
 using namespace Tessel::Bridge;
-using Platform::Emulated::EmulatedPc;
-using Platform::Emulated::EmulatedPcError;
+using Platform::Emulated::Member;
 using Platform::Emulated::State;
 
-const State& Documents(const State& state)
+namespace {
+
+std::size_t DocumentCount()
 {
-    using Platform::Emulated::Member;
-    return Member(Member(state, "wordProcessor"), "documents");
+    try {
+        return Member(Member(EmulatedPc(KestrelFuzz::StateFile()).Read(), "wordProcessor"), "documents").size();
+    } catch (const KestrelFuzz::EmulatedPcError&) {
+        return 0;
+    }
 }
+
+bool IsUtf8(const std::string& text)
+{
+    return Platform::Utf8::Encode(Platform::Utf8::Decode(text)) == text;
+}
+
+} // namespace
 
 // Input: state file bytes, a zero byte, then the file's bytes.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const std::filesystem::path& stateFile = KestrelFuzz::EmulatedPcStateFile();
-    static const std::filesystem::path textFile = stateFile.parent_path() / (stateFile.filename().string() + ".txt");
+    static const std::filesystem::path textFile = KestrelFuzz::StateFile().parent_path() / "text.txt";
     KestrelFuzz::InputParts parts(data, size);
     const std::string state = parts.Next();
     const std::string bytes = parts.Rest();
-    KestrelFuzz::UseState(stateFile, state);
     std::ofstream(textFile, std::ios::binary | std::ios::trunc) << bytes;
 
     // Text mode ends at Ctrl+Z and drops exactly the CRs right before an LF.
@@ -42,29 +48,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto withoutCr = [](std::string t) { return std::erase(t, '\r'), t; };
     Require(text.size() + pairs == read.size() && withoutCr(text) == withoutCr(read), "text mode");
 
-    // The documents before the run, to tell whether it added one.
     std::size_t before = 0;
-    try {
-        before = Documents(EmulatedPc(stateFile).Read()).size();
-    } catch (const EmulatedPcError&) {
-    }
-
     std::wstring result;
     const Server::Services::Kestrel::CommandWords words{L"Application", L"WriteToDoc", textFile.wstring()};
-    const bool ran = KestrelFuzz::RunCommand<EmulatedPc, EmulatedPcError>(
-        stateFile, state, [&] { Server::Services::Kestrel::DispatchCommand(words, result); });
+    const bool ran = KestrelFuzz::RunOnPc(state, [&] {
+        before = DocumentCount();
+        Server::Services::Kestrel::DispatchCommand(words, result);
+    });
     if (!ran) return 0;
     Require(result == L"1" || result == L"0", "1 or 0");
-    const State after = EmulatedPc(stateFile).Read();
-    const State& documents = Documents(after);
+    const State after = EmulatedPc(KestrelFuzz::StateFile()).Read();
+    const State& documents = Member(Member(after, "wordProcessor"), "documents");
     if (documents.size() != before + 1) return 0;
     Require(result == L"1", "a typed document ends with 1");
     const std::string typed = documents.back()["text"].get<std::string>();
-    Require(Platform::Utf8::Encode(Platform::Utf8::Decode(typed)) == typed, "the typed text is valid UTF-8");
+    Require(IsUtf8(typed), "the typed text is valid UTF-8");
     // Valid text is typed as it is, up to its first zero byte.
     const std::string beforeZero = text.substr(0, text.find('\0'));
-    if (Platform::Utf8::Encode(Platform::Utf8::Decode(beforeZero)) == beforeZero) {
-        Require(typed == beforeZero, "the text before the zero byte is typed unchanged");
-    }
+    if (IsUtf8(beforeZero)) Require(typed == beforeZero, "the text before the zero byte is typed unchanged");
     return 0;
 }

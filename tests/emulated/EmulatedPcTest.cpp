@@ -1,6 +1,7 @@
 #include "EmulatedTestSupport.h"
 #include "support/TempDirectory.h"
 
+#include "platform/MouseSettings.h"
 #include "platform/emulated/EmulatedPc.h"
 
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+using Tessel::Bridge::Platform::CreateMouseSettings;
 using Tessel::Bridge::Platform::Emulated::EmulatedPc;
 using Tessel::Bridge::Platform::Emulated::EmulatedPcError;
 using Tessel::Bridge::Platform::Emulated::State;
@@ -30,30 +32,6 @@ void SetMouseSpeed(State& state, int speed)
 }
 
 } // namespace
-
-TEST_F(EmulatedPcTest, AMissingFileIsTheBuiltInPcAndReadingCreatesNothing)
-{
-    const State state = pc.Read();
-    EXPECT_EQ(state, EmulatedPc::BuiltInState());
-    EXPECT_EQ(pc.IntegerAt(state, "/mouse/speed"), 10);
-    EXPECT_FALSE(pc.BooleanAt(state, "/mouse/buttonsSwapped"));
-    EXPECT_TRUE(FileNamesIn(directory.Path()).empty());
-}
-
-TEST_F(EmulatedPcTest, AnUpdateThatChangesNothingWritesNothing)
-{
-    pc.Update([](State& state) { SetMouseSpeed(state, 10); });
-    EXPECT_FALSE(std::filesystem::exists(stateFile));
-}
-
-TEST_F(EmulatedPcTest, AFileWithSomeFieldsTakesTheRestFromTheBuiltInPc)
-{
-    WriteFileBytes(stateFile, R"({"mouse": {"speed": 3}})");
-    const State state = pc.Read();
-    EXPECT_EQ(pc.IntegerAt(state, "/mouse/speed"), 3);
-    EXPECT_FALSE(pc.BooleanAt(state, "/mouse/buttonsSwapped"));
-    EXPECT_EQ(pc.IntegerAt(state, "/version"), EmulatedPc::kFormatVersion);
-}
 
 TEST_F(EmulatedPcTest, FieldsThisProgramDoesNotKnowSurviveAnUpdate)
 {
@@ -90,6 +68,9 @@ TEST_F(EmulatedPcTest, AMalformedFileIsAnErrorNamingTheFile)
             return std::string("no error");
         }();
         EXPECT_THAT(message, HasSubstr("'" + stateFile.string() + "' is malformed"));
+        const ScopedEnvironment named("KESTREL_EMULATED_PC", stateFile.string());
+        EXPECT_THROW(CreateMouseSettings()->SetSwapState(true), EmulatedPcError);
+        EXPECT_EQ(ReadFileBytes(stateFile), bytes); // a change never overwrites it
     }
 }
 
@@ -128,19 +109,10 @@ TEST_F(EmulatedPcTest, ConcurrentUpdatesLoseNothing)
     EXPECT_EQ(FileNamesIn(directory.Path()), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
 }
 
-TEST(EmulatedPcLocation, TheNamedFileWinsThenTheXdgStateDirectoryThenHome)
+// The named file and the XDG directory are shown by the process runs.
+TEST(EmulatedPcLocation, AnEmptyNameAndARelativeXdgDirectoryFallBackToHome)
 {
     const ScopedEnvironment home("HOME", "/home/someone");
-    {
-        const ScopedEnvironment named("KESTREL_EMULATED_PC", "/tmp/x/pc.json");
-        const ScopedEnvironment state("XDG_STATE_HOME", "/var/state");
-        EXPECT_EQ(EmulatedPc::StateFileFromEnvironment(), "/tmp/x/pc.json");
-    }
-    {
-        const ScopedEnvironment named("KESTREL_EMULATED_PC", std::nullopt);
-        const ScopedEnvironment state("XDG_STATE_HOME", "/var/state");
-        EXPECT_EQ(EmulatedPc::StateFileFromEnvironment(), "/var/state/kestrel/emulated-pc.json");
-    }
     {
         // An empty name and a relative XDG directory do not count.
         const ScopedEnvironment named("KESTREL_EMULATED_PC", "");

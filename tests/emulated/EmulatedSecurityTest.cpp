@@ -16,15 +16,6 @@ namespace {
 
 class EmulatedSecurity : public ::testing::Test {
 protected:
-    std::wstring PfnOf(std::uint32_t processId, std::map<std::uint32_t, void*> known = {})
-    {
-        const ServedCall call(processId);
-        Security::RpcSecurityHelper helper;
-        helper.KnownProcesses() = std::move(known);
-        return helper.GetPFNOfCaller();
-    }
-    std::wstring LastMessage() const { return sink->Records().empty() ? L"" : sink->Records().back().message; }
-
     KestrelTest::TempDirectory directory;
     KestrelTest::ScopedEnvironment pc{"KESTREL_EMULATED_PC", (directory / "pc.json").string()};
     KestrelTest::CapturedLog log;
@@ -32,22 +23,6 @@ protected:
 };
 
 } // namespace
-
-TEST_F(EmulatedSecurity, TheCallersOfTheDefaultPcAreIdentifiedOrLogged)
-{
-    EXPECT_EQ(PfnOf(5120), L"7C3E9B10.Umbrano_r7w2k9d4m1q8z");
-    EXPECT_TRUE(sink->Records().empty());
-    EXPECT_EQ(PfnOf(6144), L"");
-    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - GetPackageFamilyName failed, Status: 15700");
-    EXPECT_EQ(PfnOf(99), L"");
-    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - OpenProcess yielded null or invalid handle, Status: 5");
-    // System cannot be opened, but a held handle stands in; it refuses impersonation.
-    EXPECT_EQ(PfnOf(4, {{4, Platform::Emulated::HeldProcessHandle(4)}}), L"");
-    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - Failed to impersonate client, Status: 5");
-    EXPECT_EQ(Security::RpcSecurityHelper().GetPFNOfCaller(), L"");
-    EXPECT_EQ(LastMessage(), L"RpcSecurityHelper::GetPFNOfCaller - RpcServerInqCallAttributes failed, Status: 1725");
-    EXPECT_EQ(sink->Records().size(), 4u);
-}
 
 TEST_F(EmulatedSecurity, PathsExpandInTheCallersEnvironmentInsideACallAndOursOutside)
 {

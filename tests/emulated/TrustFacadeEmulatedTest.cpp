@@ -70,22 +70,11 @@ protected:
         [](std::chrono::milliseconds) {});
 };
 
-TEST_F(TrustOnPc, WhichSignaturesCountAndTheirKeyTexts)
+// Which signatures count, and the log lines, are TrustFacadeTest's over
+// scripted records; here the records of real signatures.
+TEST_F(TrustOnPc, TheKeyTextsAndSubjectOfRealSigners)
 {
-    const auto trusted = [&](const char* file, const char* key) {
-        const PublicKeyList keys = {KeyText(key)};
-        return Facade({}).IsFileTrusted(Place(file, "Program Files/T").c_str(), &keys);
-    };
-    EXPECT_FALSE(trusted("untrusted.exe", "untrusted")); // its record is compared, but the root is not trusted
-    EXPECT_EQ(Count(L"trusted by windows = no, trusted by Lattice = yes"), 1u);
-    EXPECT_TRUE(trusted("expired.exe", "expired"));
-    EXPECT_TRUE(trusted("nested3072.exe", "leaf3072")); // the second signature's key
-    EXPECT_FALSE(trusted("signed3072.exe", "samekey"));
-    log.sink->Clear();
-    EXPECT_FALSE(trusted("unsigned.exe", "leaf"));
-    EXPECT_EQ(Count(L"IsFileTrusted"), 0u);
-
-    // The key text of a 2048-bit and a 3072-bit signer, as openssl writes the DER.
+    // A 2048-bit and a 3072-bit signer's key text, as openssl writes the DER.
     const auto records = Facade({}).GatherCertificates(Place("nested3072.exe", "Program Files/T").c_str());
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].publicKey, KeyText("leaf"));
@@ -109,17 +98,6 @@ TEST_F(TrustOnPc, ACatalogSignerIsPinnedForAFileWithNoSignature)
     EXPECT_EQ(Count(L"I Security - GetSecurityCatalogInfo - File = C:\\Program Files\\Vendor\\unsigned.exe"), 1u);
     EXPECT_EQ(Count(L"I Subject = C=US\r\nS=Washington\r\nL=Redmond\r\nO=Kestrel Test\r\nOU=Release\r\nCN=Kestrel Test leaf"), 1u);
     EXPECT_TRUE(Facade({}).IsFileTrustedByWindows(app.c_str()));
-}
-
-TEST_F(TrustOnPc, SameKeyDropboxAndTheWindowsOnlyCheck)
-{
-    const std::wstring signed2048 = Place("signed.exe", "Tools");
-    EXPECT_TRUE(Facade({}).AreSignedBySameKey(signed2048.c_str(), Place("samekey.exe", "Other").c_str()));
-    EXPECT_FALSE(Facade({}).AreSignedBySameKey(signed2048.c_str(), Place("signed3072.exe", "Other").c_str()));
-    EXPECT_TRUE(Facade({}).IsDropboxFileTrusted(Place("dropbox.exe", "Program Files/Dropbox").c_str()));
-    EXPECT_FALSE(Facade({}).IsDropboxFileTrusted(Place("signed.exe", "Program Files/Dropbox").c_str()));
-    EXPECT_TRUE(Facade({}).IsFileTrustedByWindows(Place("expired.exe", "Windows/System32").c_str()));
-    EXPECT_FALSE(Facade({}).IsFileTrustedByWindows(Place("untrusted.exe", "Windows/System32").c_str()));
 }
 
 // Every file of the table is signed but "App.exe.", which only "\\?\" reaches.

@@ -1,3 +1,5 @@
+// What a process run cannot show: how the answers of the mouse platform
+// become results (the emulated PC only keeps speeds 1 to 20 and a flag).
 #include "AccessoryCommand.h"
 
 #include <gmock/gmock.h>
@@ -8,10 +10,8 @@
 using Tessel::Bridge::Platform::IMouseSettings;
 using Tessel::Bridge::Server::Services::Kestrel::HandleAccessoryCommand;
 using ::testing::DoAll;
-using ::testing::InSequence;
 using ::testing::Return;
 using ::testing::SetArgReferee;
-using ::testing::StrictMock;
 
 namespace {
 
@@ -23,93 +23,39 @@ public:
     MOCK_METHOD(bool, SetSwapState, (bool swapped), (override));
 };
 
-// Strict: any platform call a test does not expect fails it.
-class AccessoryCommand : public ::testing::Test {
-protected:
-    std::wstring Run(const std::wstring& function, const std::wstring& value = L"",
-                     std::wstring result = L"untouched")
-    {
-        HandleAccessoryCommand(mouse, function, value, result);
-        return result;
-    }
-
-    StrictMock<MockMouse> mouse;
-};
-
 } // namespace
 
-TEST_F(AccessoryCommand, GetMouseSpeedPrintsTheSpeedOrMinusOneWhenTheReadFails)
+// Strict and in order: any platform call a row does not expect fails it.
+TEST(AccessoryCommand, EachFunctionAsksThePlatformOnceAndPrintsItsAnswer)
 {
+    ::testing::StrictMock<MockMouse> mouse;
+    ::testing::InSequence order;
     EXPECT_CALL(mouse, GetSpeed).WillOnce(DoAll(SetArgReferee<0>(10), Return(true)));
-    EXPECT_EQ(Run(L"GetMouseSpeed"), L"10");
-
     EXPECT_CALL(mouse, GetSpeed).WillOnce(Return(false));
-    EXPECT_EQ(Run(L"GetMouseSpeed"), L"-1");
-
-    // A read that reports success without storing anything shows the start value.
-    EXPECT_CALL(mouse, GetSpeed).WillOnce(Return(true));
-    EXPECT_EQ(Run(L"GetMouseSpeed"), L"-1");
-}
-
-TEST_F(AccessoryCommand, SetMouseSpeedLeavesTheRangeToThePlatform)
-{
-    InSequence order;
-    EXPECT_CALL(mouse, SetSpeed(7)).WillOnce(Return(true));
-    EXPECT_CALL(mouse, SetSpeed(25)).WillOnce(Return(false));
-    EXPECT_CALL(mouse, SetSpeed(-3)).WillOnce(Return(false));
+    EXPECT_CALL(mouse, GetSpeed).WillOnce(Return(true)); // success without a value: the start value
     EXPECT_CALL(mouse, SetSpeed(12)).WillOnce(Return(true));
-    EXPECT_EQ(Run(L"SetMouseSpeed", L" 7 "), L"1");
-    EXPECT_EQ(Run(L"SetMouseSpeed", L"25"), L"0");
-    EXPECT_EQ(Run(L"SetMouseSpeed", L"-3"), L"0");
-    EXPECT_EQ(Run(L"SetMouseSpeed", L"12abc"), L"1");
-}
-
-TEST_F(AccessoryCommand, ValuesThatAreNotNumbersThrowBeforeThePlatformIsTouched)
-{
-    // The strict mock fails the test on any call.
-    EXPECT_THROW(Run(L"SetMouseSpeed", L"abc"), std::invalid_argument);
-    EXPECT_THROW(Run(L"SetMouseSpeed", L""), std::invalid_argument);
-    EXPECT_THROW(Run(L"SetMouseSpeed", L"4294967296"), std::out_of_range);
-    EXPECT_THROW(Run(L"SetMouseLeftHanded", L"left"), std::invalid_argument);
-    EXPECT_THROW(Run(L"SetMouseLeftHanded", L""), std::invalid_argument);
-}
-
-TEST_F(AccessoryCommand, SwapMouseButtonReadsTheStateThenWritesItsOpposite)
-{
-    // Any non-zero metric counts as swapped; what the swap call answers is
-    // not looked at.
-    InSequence order;
-    EXPECT_CALL(mouse, GetSwapState).WillOnce(Return(0));
-    EXPECT_CALL(mouse, SetSwapState(true)).WillOnce(Return(true));
-    EXPECT_CALL(mouse, GetSwapState).WillOnce(Return(2));
-    EXPECT_CALL(mouse, SetSwapState(false)).WillOnce(Return(false));
-    EXPECT_EQ(Run(L"SwapMouseButton"), L"1");
-    EXPECT_EQ(Run(L"SwapMouseButton"), L"1");
-}
-
-TEST_F(AccessoryCommand, GetMouseSwapStatusPrintsTheRawMetric)
-{
-    EXPECT_CALL(mouse, GetSwapState).WillOnce(Return(0)).WillOnce(Return(1)).WillOnce(Return(7));
-    EXPECT_EQ(Run(L"GetMouseSwapStatus"), L"0");
-    EXPECT_EQ(Run(L"GetMouseSwapStatus"), L"1");
-    EXPECT_EQ(Run(L"GetMouseSwapStatus"), L"7");
-}
-
-TEST_F(AccessoryCommand, SetMouseLeftHandedSwapsForAnyNonZeroNumber)
-{
-    InSequence order;
-    EXPECT_CALL(mouse, SetSwapState(false)).WillOnce(Return(true));
+    EXPECT_CALL(mouse, SetSpeed(-3)).WillOnce(Return(false));
+    EXPECT_CALL(mouse, GetSwapState).WillOnce(Return(7));
+    EXPECT_CALL(mouse, GetSwapState).WillOnce(Return(2)); // any non-zero metric is swapped
+    EXPECT_CALL(mouse, SetSwapState(false)).WillOnce(Return(false)); // whose answer is not looked at
     EXPECT_CALL(mouse, SetSwapState(true)).WillOnce(Return(false));
-    EXPECT_CALL(mouse, SetSwapState(true)).WillOnce(Return(false)); // a failed call still gives "1"
-    EXPECT_EQ(Run(L"SetMouseLeftHanded", L"0"), L"1");
-    EXPECT_EQ(Run(L"SetMouseLeftHanded", L"2"), L"1");
-    EXPECT_EQ(Run(L"SetMouseLeftHanded", L"-1"), L"1");
-}
-
-TEST_F(AccessoryCommand, UnknownFunctionsLeaveTheResultAndThePlatformAlone)
-{
-    for (const wchar_t* function : {L"", L"getmousespeed", L"GETMOUSESPEED", L"GetMouseSpeeds", L"GetMouseSpeed ",
-                                    L" SwapMouseButton", L"SetMouseRightHanded"}) {
-        EXPECT_EQ(Run(function, L"5"), L"untouched") << "function: \"" << function << '"';
+    EXPECT_CALL(mouse, SetSwapState(false)).WillOnce(Return(true));
+    const struct {
+        const wchar_t* function;
+        const wchar_t* value;
+        const wchar_t* result;
+    } rows[] = {{L"GetMouseSpeed", L"", L"10"},          {L"GetMouseSpeed", L"", L"-1"},      {L"GetMouseSpeed", L"", L"-1"},
+                {L"SetMouseSpeed", L"12abc", L"1"},      {L"SetMouseSpeed", L"-3", L"0"},     {L"GetMouseSwapStatus", L"", L"7"},
+                {L"SwapMouseButton", L"", L"1"},         {L"SetMouseLeftHanded", L"-1", L"1"}, {L"SetMouseLeftHanded", L"0", L"1"},
+                {L"getmousespeed", L"5", L"untouched"}, {L"GetMouseSpeed ", L"", L"untouched"}, {L"", L"", L"untouched"}};
+    for (const auto& row : rows) {
+        std::wstring result = L"untouched";
+        HandleAccessoryCommand(mouse, row.function, row.value, result);
+        EXPECT_EQ(result, row.result) << row.function << " " << row.value;
     }
+    // Values that are not numbers throw before the platform is touched.
+    std::wstring result;
+    EXPECT_THROW(HandleAccessoryCommand(mouse, L"SetMouseSpeed", L"", result), std::invalid_argument);
+    EXPECT_THROW(HandleAccessoryCommand(mouse, L"SetMouseSpeed", L"4294967296", result), std::out_of_range);
+    EXPECT_THROW(HandleAccessoryCommand(mouse, L"SetMouseLeftHanded", L"left", result), std::invalid_argument);
 }

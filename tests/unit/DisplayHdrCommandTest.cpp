@@ -1,3 +1,5 @@
+// What a process run cannot show: which displays are asked and switched, in
+// which order, and where a walk stops.
 #include "DisplayHdrCommand.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +31,6 @@ public:
         for (std::uint32_t id = 0; id < displays.size(); ++id) targets.push_back({0x1234, -2, id});
         return !readFails;
     }
-
     bool GetAdvancedColorFlags(const DisplayTarget& target, std::uint32_t& flags) override
     {
         const FakeDisplay& display = At(target);
@@ -38,17 +39,12 @@ public:
         if (!display.queryWritesNothing) flags = display.flags;
         return !display.queryFails;
     }
-
     bool SetAdvancedColorState(const DisplayTarget& target, bool enable) override
     {
-        FakeDisplay& display = At(target);
         log += "set" + std::to_string(target.targetId) + (enable ? "on " : "off ");
-        if (display.setFails) return false;
-        display.flags = enable ? display.flags | AdvancedColor::kEnabled : display.flags & ~AdvancedColor::kEnabled;
-        return true;
+        return !At(target).setFails;
     }
-
-    FakeDisplay& At(const DisplayTarget& target)
+    const FakeDisplay& At(const DisplayTarget& target)
     {
         EXPECT_EQ(target.adapterLow, 0x1234u);
         EXPECT_EQ(target.adapterHigh, -2);
@@ -60,91 +56,51 @@ public:
     std::string log;
 };
 
-class DisplayHdr : public ::testing::Test {
-protected:
-    std::string Run(const std::wstring& function, const std::wstring& value = L"")
-    {
-        std::wstring result = L"untouched";
-        display.log.clear();
-        HandleDisplayHdrCommand(display, function, value, result);
-        return std::string(result.begin(), result.end());
-    }
-
-    FakeDisplayConfiguration display;
-};
-
-TEST_F(DisplayHdr, FailuresToReadTheConfigurationGiveMinusOneForQueriesAndZeroForTheSetter)
-{
-    display.readFails = true;
-    display.displays = {{kOff}};
-    EXPECT_EQ(Run(L"IsHDRSupported"), "-1");
-    EXPECT_EQ(Run(L"GetHDROnOff"), "-1");
-    EXPECT_EQ(Run(L"SetHDROnOff", L"1"), "0");
-    EXPECT_EQ(display.log, "list ");
-}
-
-TEST_F(DisplayHdr, TheLastQualifyingDisplayIsReadAndEveryOneIsSwitched)
-{
-    display.displays = {{kOn}, {kEnforced}, {kOff}, {0}};
-    EXPECT_EQ(Run(L"IsHDRSupported"), "1");
-    EXPECT_EQ(display.log, "list query0 "); // stops at the first qualifying display
-    EXPECT_EQ(Run(L"GetHDROnOff"), "0");
-    EXPECT_EQ(Run(L"SetHDROnOff", L"1"), "1");
-    EXPECT_EQ(display.log, "list query0 query1 query2 set2on query3 ");
-    EXPECT_EQ(Run(L"SetHDROnOff", L"0"), "1");
-    EXPECT_EQ(display.log, "list query0 set0off query1 query2 set2off query3 ");
-    EXPECT_EQ(display.displays[1].flags, kEnforced);
-}
-
-TEST_F(DisplayHdr, DisplaysWithoutSupportOrWithWideColourEnforcedAreNeverReportedNorSwitched)
-{
-    display.displays = {{kEnforced}, {AdvancedColor::kEnabled}, {kEnforced | AdvancedColor::kEnabled}};
-    EXPECT_EQ(Run(L"IsHDRSupported"), "0");
-    EXPECT_EQ(Run(L"GetHDROnOff"), "-1");
-    EXPECT_EQ(Run(L"SetHDROnOff", L"0"), "0");
-    EXPECT_EQ(display.log, "list query0 query1 query2 ");
-}
-
-TEST_F(DisplayHdr, AFailedQueryStopsEveryWalk)
-{
-    display.displays = {{kOff}, {kOn, true}, {kOff}};
-    EXPECT_EQ(Run(L"IsHDRSupported"), "1");
-    EXPECT_EQ(Run(L"GetHDROnOff"), "-1"); // what the first display said is dropped
-    EXPECT_EQ(Run(L"SetHDROnOff", L"2"), "1");
-    EXPECT_EQ(display.log, "list query0 set0on query1 ");
-
-    display.displays = {{0}, {kOn, true}, {kOff}};
-    EXPECT_EQ(Run(L"IsHDRSupported"), "-1");
-    EXPECT_EQ(Run(L"SetHDROnOff", L"1"), "0");
-    EXPECT_EQ(display.log, "list query0 query1 ");
-
-    // Each query starts from a zeroed word: one that writes none reads as no support.
-    display.displays = {{kOn}, {kOff, false, false, true}};
-    EXPECT_EQ(Run(L"GetHDROnOff"), "1");
-    EXPECT_EQ(display.log, "list query0 query1 ");
-}
-
-TEST_F(DisplayHdr, ARefusedSwitchStopsTheWalkAndKeepsWhatWasDone)
-{
-    display.displays = {{kOff}, {kOff, false, true}, {kOff}};
-    EXPECT_EQ(Run(L"SetHDROnOff", L"1"), "1");
-    EXPECT_EQ(display.log, "list query0 set0on query1 set1on ");
-    EXPECT_EQ(display.displays[0].flags, kOn);
-
-    display.displays = {{kOff, false, true}, {kOff}};
-    EXPECT_EQ(Run(L"SetHDROnOff", L"1"), "0");
-    EXPECT_EQ(display.log, "list query0 set0on ");
-}
-
-TEST_F(DisplayHdr, TheValueIsParsedBeforeAnyDisplayIsTouched)
-{
-    display.displays = {{kOff}};
-    EXPECT_THROW(Run(L"SetHDROnOff", L"x"), std::invalid_argument);
-    EXPECT_EQ(display.log, "");
-    EXPECT_THROW(Run(L"SetHDROnOff", L"99999999999"), std::out_of_range);
-    EXPECT_EQ(display.log, "");
-    EXPECT_EQ(Run(L"SetHDROnOff", L" 0x1"), "1"); // 0: off, and it is off already
-    EXPECT_EQ(display.log, "list query0 ");
-}
-
 } // namespace
+
+TEST(DisplayHdr, TheLastQualifyingDisplayIsReadEveryOneSwitchedAndAFailureStopsTheWalk)
+{
+    const std::vector<FakeDisplay> mixed = {{kOn}, {kEnforced}, {kOff}, {0}};
+    const struct {
+        std::vector<FakeDisplay> displays;
+        const wchar_t* function;
+        const wchar_t* value;
+        const char* result;
+        const char* log;
+        bool readFails = false;
+    } rows[] = {
+        {{{kOff}}, L"IsHDRSupported", L"", "-1", "list ", true},
+        {{{kOff}}, L"GetHDROnOff", L"", "-1", "list ", true},
+        {{{kOff}}, L"SetHDROnOff", L"1", "0", "list ", true},
+        {mixed, L"IsHDRSupported", L"", "1", "list query0 "},
+        {mixed, L"GetHDROnOff", L"", "0", "list query0 query1 query2 query3 "},
+        {mixed, L"SetHDROnOff", L"1", "1", "list query0 query1 query2 set2on query3 "},
+        {mixed, L"SetHDROnOff", L"0", "1", "list query0 set0off query1 query2 query3 "},
+        {{{kEnforced}, {AdvancedColor::kEnabled}}, L"SetHDROnOff", L"0", "0", "list query0 query1 "},
+        {{{kEnforced}, {AdvancedColor::kEnabled}}, L"GetHDROnOff", L"", "-1", "list query0 query1 "},
+        // A failed query drops what earlier displays said.
+        {{{kOff}, {kOn, true}, {kOff}}, L"GetHDROnOff", L"", "-1", "list query0 query1 "},
+        {{{kOff}, {kOn, true}, {kOff}}, L"SetHDROnOff", L"2", "1", "list query0 set0on query1 "},
+        {{{0}, {kOn, true}}, L"IsHDRSupported", L"", "-1", "list query0 query1 "},
+        {{{0}, {kOn, true}}, L"SetHDROnOff", L"1", "0", "list query0 query1 "},
+        // Each query starts from a zeroed word: one that writes none reads as no support.
+        {{{kOn}, {kOff, false, false, true}}, L"GetHDROnOff", L"", "1", "list query0 query1 "},
+        // A refused switch stops the walk; what was done counts.
+        {{{kOff}, {kOff, false, true}, {kOff}}, L"SetHDROnOff", L"1", "1", "list query0 set0on query1 set1on "},
+        {{{kOff, false, true}, {kOff}}, L"SetHDROnOff", L"1", "0", "list query0 set0on "},
+        {{{kOff}}, L"SetHDROnOff", L" 0x1", "1", "list query0 "},
+    };
+    for (const auto& row : rows) {
+        FakeDisplayConfiguration display;
+        display.displays = row.displays;
+        display.readFails = row.readFails;
+        std::wstring result = L"untouched";
+        HandleDisplayHdrCommand(display, row.function, row.value, result);
+        EXPECT_EQ(std::string(result.begin(), result.end()), row.result) << row.log;
+        EXPECT_EQ(display.log, row.log);
+    }
+    FakeDisplayConfiguration display;
+    std::wstring result;
+    EXPECT_THROW(HandleDisplayHdrCommand(display, L"SetHDROnOff", L"99999999999", result), std::out_of_range);
+    EXPECT_EQ(display.log, ""); // parsed before any display is touched
+}

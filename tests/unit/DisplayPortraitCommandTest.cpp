@@ -1,5 +1,5 @@
-// What runs of the real plug-in cannot show: how often the plug-in is loaded,
-// started and asked for its exports within one process.
+// What runs of the real plug-in cannot show: how often the plug-in is loaded
+// and started within one process, and what its list answer means.
 #include "DisplayPortraitCommand.h"
 
 #include <gtest/gtest.h>
@@ -115,17 +115,6 @@ TEST_F(DisplayPortrait, AnUnsupportedPanelIsLoadedAgainAtEachAskAndStartedOnlyOn
     EXPECT_EQ(starts, 1);
 }
 
-TEST_F(DisplayPortrait, ExportsAreLookedUpAtEachUse)
-{
-    EXPECT_EQ(Run(L"GetDisplayMode"), "1");
-    EXPECT_EQ(Run(L"SetDisplayMode", L"1"), "1"); // no SetDisplayMode export, but mode 1 reads back
-    platform.exports.erase("GetCurrentDisplayMode");
-    EXPECT_EQ(Run(L"GetDisplayMode"), "-1");
-    EXPECT_EQ(Run(L"SetDisplayMode", L"-1"), "-1");
-    platform.exports.erase("GetSupportedDisplayModes");
-    EXPECT_EQ(Run(L"GetSupportedDisplayModes"), "-1");
-}
-
 TEST_F(DisplayPortrait, TheListAnswerIsASuccessFlagNotACount)
 {
     modesAnswer = 1;
@@ -135,17 +124,6 @@ TEST_F(DisplayPortrait, TheListAnswerIsASuccessFlagNotACount)
     for (const std::int32_t answer : {0, -1}) {
         modesAnswer = answer;
         EXPECT_EQ(Run(L"GetSupportedDisplayModes"), "-1");
-    }
-}
-
-TEST(ResolveModulePath, PrefersTheProgramsFolderThenTakesTheWorkingDirectoryUnchecked)
-{
-    FakePortraitPlatform platform;
-    EXPECT_EQ(ResolveModulePath(platform, L"x.dll"), L"C:\\Tool\\x.dll");
-    EXPECT_EQ(ResolveModulePath(platform, L"y.dll"), L"D:\\Work\\y.dll");
-    for (const wchar_t* executable : {L"", L"KestrelTool.exe"}) {
-        platform.executable = executable;
-        EXPECT_EQ(ResolveModulePath(platform, L"x.dll"), L"D:\\Work\\x.dll");
     }
 }
 

@@ -1,3 +1,5 @@
+// What a process run cannot show: the access each handle is opened with, the
+// order of calls, the service list protocol, and every handle closed.
 #include "NotificationCommand.h"
 
 #include <gtest/gtest.h>
@@ -127,20 +129,17 @@ protected:
     static constexpr const char* kRestart = "manager/5 enumerate(48,3,0,0) enumerate(48,3,100,0) open WpnUserService_4e2f1/52 ";
 };
 
+// Other value types and a missing key are the process runs'; here the read
+// access and a DWORD other than one.
 TEST_F(Notification, TheSwitchReadsOneOnlyAsAFourByteDwordOfOne)
 {
-    const std::pair<FakeSystem::Value, const char*> cases[] = {
-        {{4, {1, 0, 0, 0}}, "1"}, {{4, {0, 0, 0, 0}}, "0"}, {{4, {2, 0, 0, 0}}, "0"},
-        {{1, {'1', 0, 0, 0}}, "-1"}, {{11, {1, 0, 0, 0, 0, 0, 0, 0}}, "-1"}};
+    const std::pair<std::optional<FakeSystem::Value>, const char*> cases[] = {
+        {FakeSystem::Value{4, {1, 0, 0, 0}}, "1"}, {FakeSystem::Value{4, {2, 0, 0, 0}}, "0"}, {std::nullopt, "-1"}};
     for (const auto& [value, result] : cases) {
         system.toast = value;
         EXPECT_EQ(Run(L"GetToastOnOff"), result);
         EXPECT_EQ(system.log, "key/131097 ");
     }
-    system.toast.reset();
-    EXPECT_EQ(Run(L"GetToastOnOff"), "-1");
-    system.keyExists = false;
-    EXPECT_EQ(Run(L"GetToastOnOff"), "-1");
 }
 
 TEST_F(Notification, ASetWritesReadsBackAndRestartsTheRunningService)
@@ -166,31 +165,15 @@ TEST_F(Notification, TheServiceIsTheFirstWhoseNameHoldsTheFragment)
     EXPECT_EQ(system.log.find("open"), std::string::npos);
 }
 
-TEST_F(Notification, AStoppedServiceGetsNoStopAndAFailedStartOfARunningServiceCounts)
+// A stopped service gets no stop (the process runs show that); a failed start
+// of a running service still counts once it runs.
+TEST_F(Notification, AFailedStartOfARunningServiceCounts)
 {
     system.list = kPushService;
-    system.states = {kStopped, kStartPending, kRunning};
-    EXPECT_EQ(Run(L"SetToastOnOff", L"0"), "1");
-    EXPECT_EQ(system.log, std::string("key/983103 write0 ") + kRestart + "query start query pause1000 query ");
-
     system.states = {kStartPending, kRunning};
     system.startFails = true;
     EXPECT_EQ(Run(L"SetToastOnOff", L"0"), "1");
-    EXPECT_NE(system.log.find("query start query query "), std::string::npos) << system.log;
-
-    system.states = {kStopped};
-    EXPECT_EQ(Run(L"SetToastOnOff", L"0"), "0");
-}
-
-TEST_F(Notification, AWaitGivesUpAfterThirtyQueriesAndThirtyPauses)
-{
-    system.list = kPushService;
-    system.states = {kRunning, kStopped}; // stops at once, never runs again
-    EXPECT_EQ(Run(L"SetToastOnOff", L"1"), "0");
-    std::string waits;
-    for (int i = 0; i < 30; ++i) waits += "query pause1000 ";
-    EXPECT_EQ(system.log, std::string("key/983103 write1 ") + kRestart + "query stop query start " + waits);
-    EXPECT_EQ(system.toast->bytes[0], 1); // the switch stays written
+    EXPECT_EQ(system.log, std::string("key/983103 write0 ") + kRestart + "query start query query ");
 }
 
 TEST_F(Notification, ASetThatDoesNotStickOrFindsNoServiceFailsWithZero)
@@ -214,13 +197,6 @@ TEST_F(Notification, ASetThatDoesNotStickOrFindsNoServiceFailsWithZero)
     system.keyExists = false;
     EXPECT_EQ(Run(L"SetToastOnOff", L"1"), "0");
     EXPECT_EQ(system.log, "key/983103 ");
-}
-
-TEST_F(Notification, TheValueIsParsedBeforeTheRegistryIsOpened)
-{
-    EXPECT_THROW(Run(L"SetToastOnOff", L"abc"), std::invalid_argument);
-    EXPECT_EQ(system.log, "");
-    EXPECT_EQ(Run(L"setToastOnOff", L"1"), "untouched");
 }
 
 } // namespace

@@ -1,54 +1,35 @@
+// The command-line value parser: the standard conversion's rules on every
+// runtime the program is built with, and one wording of its two errors.
 #include "NumberParsing.h"
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <stdexcept>
 
 using Tessel::Bridge::Server::Services::Kestrel::StringToInt;
 
-namespace {
-
-// The message of the exception of type E that parsing text throws.
-template <typename E>
-std::string FailureOf(const std::wstring& text)
+TEST(StringToInt, TheLeadingDecimalNumberOrOneOfTwoErrors)
 {
-    try {
-        const int value = StringToInt(text);
-        return "parsed as " + std::to_string(value);
-    } catch (const E& e) {
-        return e.what();
-    }
-}
-
-} // namespace
-
-TEST(StringToInt, ReadsTheLeadingDecimalNumber)
-{
-    EXPECT_EQ(StringToInt(L"7"), 7);
-    EXPECT_EQ(StringToInt(L" 7 "), 7);
-    EXPECT_EQ(StringToInt(L"\t\n\v\f\r 42"), 42);
-    EXPECT_EQ(StringToInt(L"+3"), 3);
-    EXPECT_EQ(StringToInt(L"-15"), -15);
-    EXPECT_EQ(StringToInt(L"007"), 7);
-    EXPECT_EQ(StringToInt(L"5abc"), 5);
-    EXPECT_EQ(StringToInt(L"1x"), 1);
-    EXPECT_EQ(StringToInt(L"0x1F"), 0); // base 10 only
-    EXPECT_EQ(StringToInt(L"12 34"), 12);
-    EXPECT_EQ(StringToInt(L"2147483647"), INT_MAX);
-    EXPECT_EQ(StringToInt(L"-2147483648"), INT_MIN);
-}
-
-TEST(StringToInt, TextWithoutALeadingDigitIsAnInvalidArgument)
-{
-    for (const wchar_t* text : {L"", L" ", L"abc", L"x5", L"-", L"+", L"- 3", L"+-3", L".5"}) {
-        EXPECT_EQ(FailureOf<std::invalid_argument>(text), "invalid stoi argument") << "text: \"" << text << '"';
-    }
-}
-
-TEST(StringToInt, NumbersBeyond32BitsAreOutOfRange)
-{
-    for (const wchar_t* text : {L"2147483648", L"-2147483649", L"99999999999", L"  -99999999999999999999999abc"}) {
-        EXPECT_EQ(FailureOf<std::out_of_range>(text), "stoi argument out of range") << "text: \"" << text << '"';
+    const struct {
+        const wchar_t* text;
+        const char* parsed; // the value, or the error's message
+    } rows[] = {
+        {L"7", "7"},        {L"\t\n\v\f\r +42", "42"}, {L"-15", "-15"},      {L"007", "7"},   {L"5abc", "5"},
+        {L"0x1F", "0"},     {L"12 34", "12"},          {L"2147483647", "2147483647"},         {L"-2147483648", "-2147483648"},
+        {L"", "invalid stoi argument"},                {L" ", "invalid stoi argument"},       {L"x5", "invalid stoi argument"},
+        {L"-", "invalid stoi argument"},               {L"- 3", "invalid stoi argument"},     {L"+-3", "invalid stoi argument"},
+        {L".5", "invalid stoi argument"},              {L"2147483648", "stoi argument out of range"},
+        {L"-2147483649", "stoi argument out of range"}, {L"  -99999999999999999999999abc", "stoi argument out of range"},
+    };
+    for (const auto& row : rows) {
+        std::string parsed;
+        try {
+            parsed = std::to_string(StringToInt(row.text));
+        } catch (const std::invalid_argument& e) {
+            parsed = e.what();
+        } catch (const std::out_of_range& e) {
+            parsed = e.what();
+        }
+        EXPECT_EQ(parsed, row.parsed) << '"' << row.text << '"';
     }
 }

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cwctype>
+#include <vector>
+
 using namespace Tessel::Bridge;
 using Security::BridgeAccessManager;
 using Security::bridge_access_exception;
@@ -21,87 +24,60 @@ bool UwpExempt(const std::wstring& family, std::uint16_t major, std::uint16_t mi
     return manager.IsUwpExempt();
 }
 
-std::pair<bool, std::wstring> Win32Exempt(const std::wstring& name, std::uint16_t major, std::uint16_t minor)
-{
-    const auto client = std::make_shared<Win32Information>(name, major, minor);
-    BridgeAccessManager manager;
-    manager.SetWin32Checker(std::make_shared<Security::Win32WithNoTesselManifestCheckBasedOnMajorAndMinorVersion>(
-        Security::Win32WithNoTesselManifestExemptionWhiteList().GetExemption(), client));
-    return {manager.IsWin32Exempt(), client->name};
-}
-
 } // namespace
 
-TEST(ExemptionWhiteLists, PackagedClientsMatchTheFamilyExactlyAtOrBelowTheListedVersion)
+TEST(ExemptionWhiteLists, ExactFamilyOrLowerCasedNameAtOrBelowTheListedVersion)
 {
-    EXPECT_TRUE(UwpExempt(kFamily, 2, 0));
-    EXPECT_TRUE(UwpExempt(kFamily, 1, 99));
-    EXPECT_TRUE(UwpExempt(kFamily, 0, 65535));
-    EXPECT_FALSE(UwpExempt(kFamily, 2, 1));
-    EXPECT_FALSE(UwpExempt(kFamily, 3, 0));
-    EXPECT_FALSE(UwpExempt(L"7c3e9b10.umbrano_r7w2k9d4m1q8z", 1, 0));
-    EXPECT_FALSE(UwpExempt(std::wstring(kFamily) + L" ", 1, 0));
-}
-
-TEST(ExemptionWhiteLists, DesktopClientsAreLowerCasedInTheSharedRecordFirst)
-{
-    EXPECT_EQ(Win32Exempt(L"TESSELKBDNOTIFICATION", 8, 9), std::make_pair(true, std::wstring(L"tesselkbdnotification")));
-    EXPECT_EQ(Win32Exempt(L"kbdAgentDSU", 8, 0), std::make_pair(true, std::wstring(L"kbdagentdsu")));
-    EXPECT_EQ(Win32Exempt(L"KbdAgentUwp", 8, 9), std::make_pair(true, std::wstring(L"kbdagentuwp")));
-    EXPECT_EQ(Win32Exempt(L"KbdAgentUwp", 7, 50), std::make_pair(true, std::wstring(L"kbdagentuwp")));
-    EXPECT_EQ(Win32Exempt(L"KbdAgentUwp", 8, 10), std::make_pair(false, std::wstring(L"kbdagentuwp")));
-    EXPECT_EQ(Win32Exempt(L"kbdagentuwp", 9, 0).first, false);
-    EXPECT_EQ(Win32Exempt(L"kbdagent", 1, 0).first, false);
-}
-
-TEST(ExemptionWhiteLists, EachCallGetsItsOwnCopyOfTheRows)
-{
-    const auto rows = Security::Win32WithNoTesselManifestExemptionWhiteList().GetExemption();
-    ASSERT_EQ(rows->size(), 3u);
-    EXPECT_EQ((*rows)[1].client.name, L"tesselkbdnotification");
-    EXPECT_EQ((*rows)[1].operation, 1);
-    rows->clear();
-    EXPECT_EQ(Security::Win32WithNoTesselManifestExemptionWhiteList::_white_list.size(), 3u);
-    const auto uwp = Security::UwpWithNoTesselManifestExemptionWhiteList().GetExemption();
-    ASSERT_EQ(uwp->size(), 1u);
-    EXPECT_EQ((*uwp)[0].client.clientId, kFamily);
-}
-
-TEST(ExemptionWhiteLists, EmptyListsOrClientsAreNeverExempt)
-{
-    Security::UwpWithNoTesselManifestCheckBasedOnMajorAndMinorVersion noList(nullptr, std::make_shared<UwpInformation>(L"p", kFamily, 0, 0));
-    Security::UwpWithNoTesselManifestCheckBasedOnMajorAndMinorVersion noClient(
-        Security::UwpWithNoTesselManifestExemptionWhiteList().GetExemption(), nullptr);
-    Security::Win32WithNoTesselManifestCheckBasedOnMajorAndMinorVersion emptyList(
-        std::make_shared<std::vector<Security::Win32MatchingDescriptor>>(), std::make_shared<Win32Information>(L"kbdagentuwp", 1, 0));
-    EXPECT_FALSE(noList.IsAnException());
-    EXPECT_FALSE(noClient.IsAnException());
-    EXPECT_FALSE(emptyList.IsAnException());
+    const struct {
+        const wchar_t* family;
+        std::uint16_t major, minor;
+        bool exempt;
+    } packaged[] = {{kFamily, 2, 0, true},  {kFamily, 1, 99, true}, {kFamily, 0, 65535, true}, {kFamily, 2, 1, false},
+                    {kFamily, 3, 0, false}, {L"7c3e9b10.umbrano_r7w2k9d4m1q8z", 1, 0, false},
+                    {L"7C3E9B10.Umbrano_r7w2k9d4m1q8z ", 1, 0, false}};
+    for (const auto& row : packaged) {
+        EXPECT_EQ(UwpExempt(row.family, row.major, row.minor), row.exempt) << row.family << ' ' << row.major << '.' << row.minor;
+    }
+    // Desktop clients: the name in the shared record is lower-cased first.
+    const struct {
+        const wchar_t* name;
+        std::uint16_t major, minor;
+        bool exempt;
+    } desktop[] = {{L"TESSELKBDNOTIFICATION", 8, 9, true}, {L"kbdAgentDSU", 8, 0, true}, {L"KbdAgentUwp", 7, 50, true},
+                   {L"KbdAgentUwp", 8, 10, false},         {L"kbdagentuwp", 9, 0, false}, {L"kbdagent", 1, 0, false}};
+    for (const auto& row : desktop) {
+        const auto client = std::make_shared<Win32Information>(row.name, row.major, row.minor);
+        BridgeAccessManager manager;
+        manager.SetWin32Checker(std::make_shared<Security::Win32WithNoTesselManifestCheckBasedOnMajorAndMinorVersion>(
+            Security::Win32WithNoTesselManifestExemptionWhiteList().GetExemption(), client));
+        EXPECT_EQ(manager.IsWin32Exempt(), row.exempt) << row.name << ' ' << row.major << '.' << row.minor;
+        std::wstring lower = row.name;
+        for (wchar_t& ch : lower) ch = static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(ch)));
+        EXPECT_EQ(client->name, lower);
+    }
+    // No list or no client: never exempt.
+    EXPECT_FALSE(Security::UwpWithNoTesselManifestCheckBasedOnMajorAndMinorVersion(
+                     nullptr, std::make_shared<UwpInformation>(L"p", kFamily, 0, 0)).IsAnException());
+    EXPECT_FALSE(Security::UwpWithNoTesselManifestCheckBasedOnMajorAndMinorVersion(
+                     Security::UwpWithNoTesselManifestExemptionWhiteList().GetExemption(), nullptr).IsAnException());
 }
 
 TEST(BridgeAccessManager, AQuestionWithoutItsCheckerThrowsTheLibrarysLogicError)
 {
     BridgeAccessManager manager;
-    try {
-        manager.IsWin32Exempt();
-        ADD_FAILURE() << "no exception";
-    } catch (const std::logic_error& e) {
-        EXPECT_STREQ(e.what(), "The Behavior was not defined. A call to SetWin32Checker must be done.");
-        EXPECT_NE(dynamic_cast<const bridge_access_exception*>(&e), nullptr);
-    }
-    EXPECT_THROW(
-        {
-            try {
-                manager.IsUwpExempt();
-            } catch (const bridge_access_exception& e) {
-                EXPECT_STREQ(e.what(), "The Behavior was not defined. A call to SetUwpChecker must be done.");
-                throw;
-            }
-        },
-        std::exception);
+    const auto message = [](const auto& ask) {
+        try {
+            ask();
+        } catch (const bridge_access_exception& e) {
+            return std::string(e.what());
+        }
+        return std::string("no exception");
+    };
+    EXPECT_EQ(message([&] { manager.IsWin32Exempt(); }), "The Behavior was not defined. A call to SetWin32Checker must be done.");
+    EXPECT_EQ(message([&] { manager.IsUwpExempt(); }), "The Behavior was not defined. A call to SetUwpChecker must be done.");
+    EXPECT_THROW(manager.IsUwpExempt(), std::logic_error);
     // Copies share the checkers; clearing one clears what the copy sees.
-    manager.SetUwpChecker(std::make_shared<Security::UwpWithNoTesselManifestCheckBasedOnMajorAndMinorVersion>(
-        nullptr, nullptr));
+    manager.SetUwpChecker(std::make_shared<Security::UwpWithNoTesselManifestCheckBasedOnMajorAndMinorVersion>(nullptr, nullptr));
     BridgeAccessManager copy = manager;
     EXPECT_FALSE(copy.IsUwpExempt());
     copy.SetUwpChecker(nullptr);
@@ -109,34 +85,37 @@ TEST(BridgeAccessManager, AQuestionWithoutItsCheckerThrowsTheLibrarysLogicError)
     EXPECT_FALSE(manager.IsUwpExempt());
 }
 
-TEST(ClientRecords, ConstructorsAndAssignmentCopyWhatTheyShould)
+// The library's client records as its users get them from default, copy and
+// assignment (assignment leaves the detail value; a record assigned to
+// itself keeps only the type).
+TEST(ClientRecords, DefaultsAreZeroAndCopiesCarryTheirFields)
 {
-    EXPECT_EQ(Win32Information().clientType, Server::ClientType::Win32);
-    EXPECT_EQ(UwpInformation().clientType, Server::ClientType::Uwp);
-    const UwpInformation uwp(L"7C3E9B10.Umbrano", kFamily, 2, 0);
-    EXPECT_EQ(uwp.clientId, kFamily);
-    EXPECT_EQ(uwp.packageName, L"7C3E9B10.Umbrano");
-    EXPECT_EQ(Win32Information(L"tool", L"second", 1, 2).clientId, L"tool");
-
-    UwpInformation target;
-    UwpInformation source = uwp;
+    using Numbers = std::vector<std::uint64_t>;
+    const UwpInformation fresh;
+    EXPECT_EQ(fresh.clientType, Server::ClientType::Uwp);
+    EXPECT_EQ((Numbers{fresh.major, fresh.minor, fresh.build, fresh.revision, fresh.detailValue}), Numbers(5, 0));
+    UwpInformation source(L"7C3E9B10.Umbrano", kFamily, 2, 1);
     source.build = 3;
     source.revision = 4;
     source.detailText3 = L"three";
     source.detailValue = 7;
+    UwpInformation target;
     target = source;
-    EXPECT_EQ(target.clientType, Server::ClientType::Uwp);
-    EXPECT_EQ(target.packageFamilyName, kFamily);
-    EXPECT_EQ(target.build, 3);
-    EXPECT_EQ(target.revision, 4);
-    EXPECT_EQ(target.detailText3, L"three");
-    EXPECT_EQ(target.detailValue, 0u);
+    EXPECT_EQ(target.clientId + L"|" + target.packageName + L"|" + target.packageFamilyName + L"|" + target.detailText3,
+              std::wstring(kFamily) + L"|7C3E9B10.Umbrano|" + kFamily + L"|three");
+    EXPECT_EQ((Numbers{target.major, target.minor, target.build, target.revision, target.detailValue}), (Numbers{2, 1, 3, 4, 0}));
     EXPECT_EQ(UwpInformation(source).detailValue, 7u);
 
-    Win32Information self(L"Name", 1, 2);
-    self.clientType = Server::ClientType::Uwp;
-    const Win32Information& alias = self;
-    self = alias;
-    EXPECT_EQ(self.name, L"Name");
-    EXPECT_EQ(self.clientType, Server::ClientType::Uwp);
+    Win32Information win32(L"tool", L"second", 1, 2);
+    win32.build = 5;
+    Win32Information copy;
+    copy = win32;
+    EXPECT_EQ(copy.clientId + L"|" + copy.name + L"|" + copy.detail, L"tool|tool|second");
+    EXPECT_EQ((Numbers{copy.major, copy.minor, copy.build}), (Numbers{1, 2, 5}));
+    EXPECT_EQ(Win32Information().clientType, Server::ClientType::Win32);
+    copy.clientType = Server::ClientType::Uwp;
+    const Win32Information& alias = copy;
+    copy = alias;
+    EXPECT_EQ(copy.name, L"tool");
+    EXPECT_EQ(copy.clientType, Server::ClientType::Uwp);
 }

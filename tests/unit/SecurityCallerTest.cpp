@@ -118,13 +118,6 @@ using Texts = std::vector<std::wstring>;
 
 } // namespace
 
-TEST_F(CallerTest, ThePackagedCallersFamilyNameWithoutItsTerminator)
-{
-    EXPECT_EQ(Pfn(), L"7C3E9B10.Umbrano_r7w2k9d4m1q8z");
-    EXPECT_EQ(caller->calls, (std::vector<std::string>{"open 42 4096", "impersonate", "close 16", "revert"}));
-    EXPECT_EQ(Lines(), Texts{});
-}
-
 TEST_F(CallerTest, EachFailureLogsOneErrorAndGivesAnEmptyName)
 {
     const struct {
@@ -148,8 +141,13 @@ TEST_F(CallerTest, EachFailureLogsOneErrorAndGivesAnEmptyName)
     }
 }
 
-TEST_F(CallerTest, AProcessItCannotOpenIsFoundInTheKnownProcesses)
+TEST_F(CallerTest, ThePackagedCallersFamilyNameFromItsOwnHandleOrAKnownOne)
 {
+    EXPECT_EQ(Pfn(), L"7C3E9B10.Umbrano_r7w2k9d4m1q8z"); // without its terminator
+    EXPECT_EQ(caller->calls, (std::vector<std::string>{"open 42 4096", "impersonate", "close 16", "revert"}));
+    EXPECT_EQ(Lines(), Texts{});
+
+    caller = std::make_shared<FakeCaller>();
     caller->opened = nullptr;
     known = {{7, Handle(0x70)}, {42, Handle(0x420)}};
     EXPECT_EQ(Pfn(), L"7C3E9B10.Umbrano_r7w2k9d4m1q8z");
