@@ -180,10 +180,9 @@ Outcome RunInProcess(const std::vector<std::string>& words)
     return outcome;
 }
 
-std::string Cased(std::string word, int (*change)(int))
+std::string Lowered(std::string word)
 {
-    std::transform(word.begin(), word.end(), word.begin(),
-                   [change](char ch) { return static_cast<char>(change(static_cast<unsigned char>(ch))); });
+    std::transform(word.begin(), word.end(), word.begin(), [](char ch) { return static_cast<char>(std::tolower(static_cast<unsigned char>(ch))); });
     return word;
 }
 
@@ -194,16 +193,8 @@ class BadInput : public ::testing::TestWithParam<FunctionRow> {};
 TEST_P(BadInput, WordsInAnotherLetterCaseMatchNothing)
 {
     const FunctionRow& row = GetParam();
-    for (int (*change)(int) : {&::tolower, &::toupper}) {
-        const std::string category = Cased(row.category, change);
-        const std::string function = Cased(row.function, change);
-        if (category != row.category) {
-            EXPECT_EQ(RunOnFreshPc({category, row.function, "1"}), Line(""));
-        }
-        if (function != row.function) {
-            EXPECT_EQ(RunOnFreshPc({row.category, function, "1"}), Line(row.unknownFunction));
-        }
-    }
+    EXPECT_EQ(RunOnFreshPc({Lowered(row.category), row.function, "1"}), Line(""));
+    EXPECT_EQ(RunOnFreshPc({row.category, Lowered(row.function), "1"}), Line(row.unknownFunction));
 }
 
 TEST_P(BadInput, EachBadValueEndsTheRunOrActsAsThePlainNumber)

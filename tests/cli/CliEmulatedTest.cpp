@@ -1,4 +1,7 @@
-// Host only: the emulated PC's state across runs, its file, and concurrent runs.
+// Host only: KestrelTool on emulated PCs set up by each test, for what only
+// the emulated PC can stage (no camera, failing displays, a service that never
+// runs again, ...) and what its state file shows. The decisions themselves are
+// tested over fakes in tests/unit; a fresh PC's answers in CliTest.cpp.
 #include "EmulatedPcCli.h"
 
 #include "FrontEnd.h"
@@ -8,74 +11,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 
 using namespace KestrelTest;
+using Json = nlohmann::json;
 using Tessel::Bridge::Server::Services::Kestrel::kAbnormalEndStatus;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
-
-TEST_F(EmulatedPcCli, ASpeedSetInOneRunIsReadByTheNext)
-{
-    EXPECT_EQ(Output({"Accessory", "SetMouseSpeed", "7"}), "1\n");
-    EXPECT_EQ(Output({"Accessory", "GetMouseSpeed"}), "7\n");
-    EXPECT_EQ(SavedState()["mouse"]["speed"], 7);
-
-    EXPECT_EQ(Output({"Accessory", "SetMouseSpeed", " 12 "}), "1\n");
-    EXPECT_EQ(Output({"Accessory", "GetMouseSpeed"}), "12\n");
-}
-
-TEST_F(EmulatedPcCli, ARefusedSpeedChangesNothing)
-{
-    EXPECT_EQ(Output({"Accessory", "SetMouseSpeed", "25"}), "0\n");
-    EXPECT_FALSE(std::filesystem::exists(stateFile));
-    EXPECT_EQ(Output({"Accessory", "SetMouseSpeed", "20"}), "1\n");
-    const std::string saved = ReadFileBytes(stateFile);
-    EXPECT_EQ(Output({"Accessory", "SetMouseSpeed", "0"}), "0\n");
-    EXPECT_EQ(ReadFileBytes(stateFile), saved);
-    EXPECT_EQ(Output({"Accessory", "GetMouseSpeed"}), "20\n");
-}
-
-TEST_F(EmulatedPcCli, ReadingAFreshPcWritesNoFile)
-{
-    EXPECT_EQ(Output({"Accessory", "GetMouseSpeed"}), "10\n");
-    EXPECT_EQ(Output({"Accessory", "GetMouseSwapStatus"}), "0\n");
-    EXPECT_EQ(Output({"Accessory", "SetMouseLeftHanded", "0"}), "1\n"); // already so
-    EXPECT_FALSE(std::filesystem::exists(stateFile));
-}
-
-TEST_F(EmulatedPcCli, AnUnknownFunctionPrintsAnEmptyLine)
-{
-    for (const char* category : {"Application", "Notification", "DisplayHDR"}) {
-        EXPECT_EQ(Output({category, "GetZoom"}), "\n") << category;
-    }
-}
-
-TEST_F(EmulatedPcCli, AMalformedStateFileIsReportedAndLeftAsItIs)
-{
-    const std::string bytes = "{\"mouse\": {\"speed\": 4,";
-    WriteFileBytes(stateFile, bytes);
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{"Accessory", "GetMouseSpeed"}, {"Accessory", "SetMouseSpeed", "5"}}) {
-        const ProcessResult result = Run(words);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.exitStatus, kAbnormalEndStatus);
-        EXPECT_THAT(result.err, HasSubstr("KestrelTool: emulated PC state file '" + stateFile.string() +
-                                          "' is malformed"));
-    }
-    EXPECT_EQ(ReadFileBytes(stateFile), bytes);
-}
-
-TEST_F(EmulatedPcCli, WithoutANamedFileThePcLivesInTheXdgStateDirectory)
-{
-    const ProcessResult result =
-        RunProcess(BuiltProgram("KestrelTool"), {"Accessory", "SetMouseSpeed", "3"},
-                   {{"KESTREL_EMULATED_PC", std::nullopt}, {"XDG_STATE_HOME", directory.Path().string()}});
-    EXPECT_EQ(result.out, "1\n");
-    const std::filesystem::path expected = directory / "kestrel" / "emulated-pc.json";
-    ASSERT_TRUE(std::filesystem::exists(expected));
-    EXPECT_EQ(nlohmann::json::parse(ReadFileBytes(expected))["mouse"]["speed"], 3);
-}
 
 TEST_F(EmulatedPcCli, ConcurrentRunsAllSucceedAndNeverSeeAHalfWrittenFile)
 {
@@ -108,9 +51,39 @@ TEST(CommandLineBytes, InvalidUtf8BecomesReplacementCharacters)
     EXPECT_EQ(result.out, "\xEF\xBF\xBD(|ok|\xEF\xBF\xBD\n");
 }
 
-namespace {
+// A malformed area (or file) ends the run naming it, and is left as it is.
+TEST_F(EmulatedPcCli, AMalformedStateIsReportedAndLeftAsItIs)
+{
+    const char* const kToast = "Software\\Microsoft\\Windows\\CurrentVersion\\PushNotifications";
+    const std::tuple<std::string, std::vector<std::string>, std::string> cases[] = {
+        {R"({"mouse": {"speed": 4,)", {"Accessory", "SetMouseSpeed", "5"}, "emulated PC state file '" + stateFile.string() + "' is malformed"},
+        {Json{{"cameras", {{{"id", "x"}, {"zoom", {{"min", "wide"}}}}}}}.dump(), {"Camera", "SetZoom", "5"},
+         "is malformed: /cameras/0/zoom/min is not a number in range"},
+        {Json{{"displays", {{"paths", {{{"targetId", 1}}, {{"targetId", 1}}}}}}}.dump(), {"DisplayHDR", "SetHDROnOff", "1"},
+         "is malformed: /displays/paths/1 has the target of path 0"},
+        {Json{{"portraitDisplays", {{"service", {{"fileVersion", "5.0"}}}}}}.dump(), {"DisplayPortrait", "SetDisplayMode", "1"},
+         "is malformed: /portraitDisplays/service/fileVersion is not"},
+        {Json{{"portraitDisplays", {{"panel", {{"modes", {1, 2.5}}}}}}}.dump(), {"DisplayPortrait", "SetDisplayMode", "1"},
+         "is malformed: /portraitDisplays/panel/modes/1 is not a 32-bit"},
+        {Json{{"registry", {{"currentUser", {{kToast, {{"ToastEnabled", {{"type", "REG_DWORD"}, {"data", -1}}}}}}}}}}.dump(),
+         {"Notification", "SetToastOnOff", "1"}, "is malformed: /registry/"},
+        {Json{{"services", {{"list", {{{"name", "WpnUserService_4"}, {"state", "sleeping"}}}}}}}.dump(),
+         {"Notification", "SetToastOnOff", "1"}, "is malformed: /services/"},
+        {R"({"applications": {"folder": [{"displayName": "Tool", "properties": [["System.Link.TargetParsingPath"]]}]}})",
+         {"Application", "GetApplicationLocation", "Tool"}, "is malformed: /applications/folder/0/properties"},
+    };
+    for (const auto& [state, words, message] : cases) {
+        WriteFileBytes(stateFile, state);
+        const ProcessResult result = Run(words);
+        EXPECT_EQ(result.out, "") << state;
+        EXPECT_THAT(result.err, HasSubstr("KestrelTool: ")) << state;
+        EXPECT_THAT(result.err, HasSubstr(message)) << state;
+        EXPECT_EQ(result.exitStatus, kAbnormalEndStatus) << state;
+        EXPECT_EQ(ReadFileBytes(stateFile), state);
+    }
+}
 
-using Json = nlohmann::json;
+namespace {
 
 // Little-endian 32-bit words as the hexadecimal text of a saved payload.
 std::string HexWords(std::initializer_list<std::uint32_t> words, const char* prefix = "")
@@ -126,57 +99,28 @@ std::string HexWords(std::initializer_list<std::uint32_t> words, const char* pre
     return hex;
 }
 
-constexpr const char* kExtendedSet = "{1CB79112-C0D2-4213-9CA6-CD4FDB927972}";
-constexpr const char* kExtendedSetHex = "1291b71cd2c013429ca6cd4fdb927972";
-constexpr const char* kVideoProcAmpSet = "{C6E13360-30AC-11D0-A18C-00A0C9118956}";
-constexpr const char* kVideoProcAmpSetHex = "6033e1c6ac30d011a18c00a0c9118956";
-
 Json SavedZoom(std::uint32_t min, std::uint32_t max, std::uint32_t raw)
 {
-    return {{"configType", 1}, {"set", kExtendedSet}, {"id", 24}, {"streamId", 0xFFFFFFFFu},
-            {"control", HexWords({24, 2}, kExtendedSetHex)},
+    return {{"configType", 1}, {"set", "{1CB79112-C0D2-4213-9CA6-CD4FDB927972}"}, {"id", 24}, {"streamId", 0xFFFFFFFFu},
+            {"control", HexWords({24, 2}, "1291b71cd2c013429ca6cd4fdb927972")},
             {"data", HexWords({1, 0xFFFFFFFF, 64, 0, 0, 0, 0, 0, 0, min, max, 0, raw, 0, 0, 0})}};
 }
 
 Json SavedBrightness(std::int32_t raw)
 {
     const auto value = static_cast<std::uint32_t>(raw);
-    return {{"configType", 1}, {"set", kVideoProcAmpSet}, {"id", 0}, {"streamId", 0xFFFFFFFFu},
-            {"control", HexWords({0, 2, value, 2, 0, 0}, kVideoProcAmpSetHex)},
-            {"data", HexWords({0, 2, value, 2, 0, 0}, kVideoProcAmpSetHex)}};
+    const std::string words = HexWords({0, 2, value, 2, 0, 0}, "6033e1c6ac30d011a18c00a0c9118956");
+    return {{"configType", 1}, {"set", "{C6E13360-30AC-11D0-A18C-00A0C9118956}"}, {"id", 0}, {"streamId", 0xFFFFFFFFu},
+            {"control", words}, {"data", words}};
 }
 
 class CameraCli : public EmulatedPcCli {
 protected:
     void UseCameras(const Json& cameras) { UseState({{"cameras", cameras}}); }
-
     Json SavedDefaultsOf(std::size_t camera) { return SavedState()["cameras"][camera]["defaults"]; }
 };
 
 } // namespace
-
-TEST_F(CameraCli, AFreshPcHasOneFrontCameraWithZoomBrightnessBlurAndFraming)
-{
-    ExpectResults({{{"Camera", "IsCameraSupported"}, "1"}, {{"Camera", "IsZoomSupported"}, "1"},
-                   {{"Camera", "GetZoom"}, "0"},           {{"Camera", "GetBrightness"}, "50"},
-                   {{"Camera", "GetBlurOnOff"}, "0"},      {{"Camera", "IsBlurSupported"}, "1"},
-                   {{"Camera", "SetZoom", "101"}, "0"},    {{"Camera", "SetZoom", "-5"}, "0"},
-                   {{"Camera", "setZoom", "5"}, ""}});
-    EXPECT_FALSE(std::filesystem::exists(stateFile)); // refusals save nothing
-
-    ExpectResults({{{"Camera", "SetBlurOnOff", "7"}, "1"},      {{"Camera", "GetBlurOnOff"}, "1"},
-                   {{"Camera", "SetAutoFrameOnOff", "-1"}, "1"}, {{"Camera", "GetAutoFrameOnOff"}, "1"},
-                   {{"Camera", "SetAutoFrameOnOff", "0"}, "1"},  {{"Camera", "GetAutoFrameOnOff"}, "0"},
-                   {{"Camera", "SetBrightness", "25"}, "1"},     {{"Camera", "GetBrightness"}, "26"}});
-    // Blur, framing and brightness defaults, as the platform stores them.
-    EXPECT_EQ(SavedDefaultsOf(0).size(), 3u);
-    EXPECT_EQ(SavedDefaultsOf(0)[2], SavedBrightness(-31));
-
-    const ProcessResult aborted = Run({"Camera", "SetZoom", "abc"});
-    EXPECT_EQ(aborted.out, "");
-    EXPECT_EQ(aborted.err, "KestrelTool: invalid stoi argument\n");
-    EXPECT_EQ(aborted.exitStatus, kAbnormalEndStatus);
-}
 
 TEST_F(CameraCli, WithoutACameraQueriesGiveMinusOneAndSettersZero)
 {
@@ -195,7 +139,6 @@ TEST_F(CameraCli, TheLastFrontPanelCameraIsChosenElseTheFirst)
     const std::pair<Json, std::size_t> cases[] = {
         {Json::array({{{"id", "rear"}, {"panel", "back"}}, {{"id", "front-1"}}, {{"id", "front-2"}}}), 2},
         {Json::array({{{"id", "a"}, {"panel", nullptr}}, {{"id", "b"}, {"panel", "back"}}}), 0},
-        {Json::array({{{"id", "only"}, {"panel", "back"}}}), 0},
         {Json::array({{{"id", "a"}, {"panel", "unknown"}}, {{"id", "b"}, {"panel", "front"}}}), 1},
     };
     for (const auto& [cameras, chosen] : cases) {
@@ -207,15 +150,13 @@ TEST_F(CameraCli, TheLastFrontPanelCameraIsChosenElseTheFirst)
     }
 }
 
-TEST_F(CameraCli, ACameraThatCannotBeOpenedEndsEveryRunWithThePlatformsCode)
+TEST_F(CameraCli, ACameraThatCannotBeOpenedEndsTheRunWithThePlatformsCode)
 {
     UseCameras(Json::array({{{"id", "locked"}, {"canOpen", false}}}));
-    for (const char* function : {"IsCameraSupported", "GetZoom"}) {
-        const ProcessResult result = Run({"Camera", function});
-        EXPECT_EQ(result.out, "");
-        EXPECT_THAT(result.err, ::testing::MatchesRegex("KestrelTool: CameraSession\\([0-9]+\\): 0x80070005\n"));
-        EXPECT_EQ(result.exitStatus, kAbnormalEndStatus);
-    }
+    const ProcessResult result = Run({"Camera", "IsCameraSupported"});
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, ::testing::MatchesRegex("KestrelTool: CameraSession\\([0-9]+\\): 0x80070005\n"));
+    EXPECT_EQ(result.exitStatus, kAbnormalEndStatus);
 }
 
 TEST_F(CameraCli, SavedDefaultsWinOverLiveValuesAndUnsupportedControlsRefuse)
@@ -245,12 +186,140 @@ TEST_F(CameraCli, SavedDefaultsWinOverLiveValuesAndUnsupportedControlsRefuse)
                    {{"Camera", "SetAutoFrameOnOff", "1"}, "1"}});
 }
 
-TEST_F(CameraCli, AMalformedCameraAreaIsReportedAndLeftAsItIs)
+namespace {
+
+class DisplayCli : public EmulatedPcCli {
+protected:
+    bool Enabled(std::size_t path) { return SavedState()["displays"]["paths"][path].value("advancedColorEnabled", false); }
+};
+
+} // namespace
+
+TEST_F(DisplayCli, SeveralDisplaysWithFailuresInjected)
 {
-    UseCameras(Json::array({{{"id", "x"}, {"zoom", {{"min", "wide"}}}}}));
-    const std::string before = ReadFileBytes(stateFile);
-    const ProcessResult result = Run({"Camera", "SetZoom", "5"});
-    EXPECT_THAT(result.err, HasSubstr("is malformed: /cameras/0/zoom/min is not a number in range"));
-    EXPECT_EQ(result.exitStatus, kAbnormalEndStatus);
-    EXPECT_EQ(ReadFileBytes(stateFile), before);
+    UseState({{"displays",
+               {{"paths",
+                 {{{"targetId", 1}, {"advancedColorEnabled", true}},
+                  {{"targetId", 2}, {"wideColorEnforced", true}},
+                  {{"targetId", 3}},
+                  {{"targetId", 4}, {"setFails", true}},
+                  {{"targetId", 5}}}}}}});
+    ExpectResults({{{"DisplayHDR", "GetHDROnOff"}, "0"}, {{"DisplayHDR", "SetHDROnOff", "1"}, "1"}});
+    const std::vector<bool> enabled{Enabled(0), Enabled(1), Enabled(2), Enabled(3), Enabled(4)};
+    EXPECT_EQ(enabled, (std::vector<bool>{true, false, true, false, false})); // stopped at the refusal
+
+    UseState({{"displays", {{"paths", {{{"targetId", 1}, {"advancedColorSupported", false}}, {{"targetId", 2}, {"queryFails", true}}}}}}});
+    ExpectResults({{{"DisplayHDR", "IsHDRSupported"}, "-1"}, {{"DisplayHDR", "GetHDROnOff"}, "-1"},
+                   {{"DisplayHDR", "SetHDROnOff", "1"}, "0"}});
+    UseState({{"displays", {{"paths", Json::array()}}}});
+    ExpectResults({{{"DisplayHDR", "IsHDRSupported"}, "0"}, {{"DisplayHDR", "GetHDROnOff"}, "-1"}});
+}
+
+TEST_F(DisplayCli, TheServiceVersionThePanelAndMissingExportsReachTheResults)
+{
+    const std::pair<Json, std::string> cases[] = {
+        {{{"service", {{"fileVersion", "4.9.0.0"}}}}, "0 -1"},
+        {{{"service", {{"fileVersion", nullptr}}}}, "0 -1"},
+        {{{"service", nullptr}}, "0 -1"},
+        {{{"service", {{"fileVersion", "5.0.0.0"}}}}, "1 0"},
+        {{{"panel", {{"platformSupported", 2}}}}, "0 -1"},
+        {{{"panel", {{"missingExports", {"Start"}}}}}, "0 -1"},
+        {{{"panel", {{"currentMode", 7}, {"missingExports", {"GetCurrentDisplayMode"}}}}}, "1 -1"},
+    };
+    for (const auto& [portrait, results] : cases) {
+        UseState({{"portraitDisplays", portrait}});
+        ExpectResults({{{"DisplayPortrait", "IsPortraitSupported"}, results.substr(0, 1)},
+                       {{"DisplayPortrait", "GetDisplayMode"}, results.substr(2)}});
+    }
+    UseState({{"portraitDisplays", {{"panel", {{"modes", {-5, 7}}, {"missingExports", {"SetDisplayMode"}}}}}}});
+    std::string modes = "[-5, 7";
+    for (int i = 2; i < 40; ++i) modes += ", -1";
+    ExpectResults({{{"DisplayPortrait", "GetSupportedDisplayModes"}, modes + "]"},
+                   {{"DisplayPortrait", "SetDisplayMode", "7"}, "-1"}});
+    UseState({{"portraitDisplays", {{"panel", {{"modes", Json::array()}}}}}});
+    ExpectResults({{{"DisplayPortrait", "GetSupportedDisplayModes"}, "-1"}});
+}
+
+namespace {
+
+class NotificationCli : public EmulatedPcCli {
+protected:
+    Json Service() { return SavedState()["services"]["list"][0]; }
+};
+
+} // namespace
+
+// Service transitions take virtual time: half a second each way, polled a
+// second apart, and thirty polls before a start is given up.
+TEST_F(NotificationCli, TheServiceIsRestartedInVirtualTime)
+{
+    ExpectResults({{{"Notification", "SetToastOnOff", "0"}, "1"}});
+    EXPECT_EQ(Service()["state"], "running");
+    EXPECT_EQ(Service()["starts"], 1);
+    EXPECT_EQ(SavedState()["services"]["clockSeconds"], 2.0);
+
+    UseState({{"services", {{"list", {{{"name", "WpnUserService_1"}, {"state", "running"}, {"startSeconds", nullptr}}}}}}});
+    const auto start = std::chrono::steady_clock::now();
+    ExpectResults({{{"Notification", "SetToastOnOff", "0"}, "0"}});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(Service()["state"], "startPending");
+    EXPECT_EQ(SavedState()["services"]["clockSeconds"], 31.0);
+}
+
+TEST_F(EmulatedPcCli, AnApplicationLocationIsCutToItsBuffer)
+{
+    const std::string longPath = "C:\\" + std::string(1497, 'x');
+    UseState({{"applications", {{"folder", {{{"displayName", "Long"}, {"properties", Json::array({{"System.Link.TargetParsingPath", longPath}})}}}}}}});
+    EXPECT_EQ(Output({"Application", "GetApplicationLocation", "Long"}), longPath.substr(0, 1023) + "\n");
+}
+
+namespace {
+
+class WriteToDocCli : public EmulatedPcCli {
+protected:
+    std::string Write(const std::string& bytes)
+    {
+        WriteFileBytes(text, bytes);
+        return Output({"Application", "WriteToDoc", text.string()});
+    }
+    Json WordProcessor() const { return SavedState()["wordProcessor"]; }
+
+    std::filesystem::path text = directory / "text.txt";
+};
+
+} // namespace
+
+TEST_F(WriteToDocCli, EachRunTypesItsFileIntoANewVisibleDocumentInFront)
+{
+    EXPECT_EQ(Write("a\r\nb"), "1\n");
+    EXPECT_EQ(Write(std::string("c\rd\xff\0e", 6)), "1\n");
+    EXPECT_EQ(Write(""), "1\n");
+    EXPECT_EQ(Write("f\x1ag"), "1\n");
+    const Json word = WordProcessor();
+    EXPECT_EQ(word["visible"], true);
+    // A lone CR stays, invalid UTF-8 becomes U+FFFD, a zero byte or Ctrl+Z ends the text.
+    const std::vector<std::string> texts{"a\nb", "c\rd\xef\xbf\xbd", "", "f"};
+    ASSERT_EQ(word["documents"].size(), texts.size());
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        const Json& document = word["documents"][i];
+        EXPECT_EQ(document["text"], texts[i]);
+        EXPECT_EQ(document["paragraphMarks"], 1);
+        // Only the newest window is in front.
+        EXPECT_EQ(document["foreground"], i + 1 == texts.size());
+    }
+    EXPECT_EQ(SavedState()["editor"]["openedPaths"], Json::array());
+}
+
+TEST_F(WriteToDocCli, ADocumentsWindowComesToTheFrontAndIsRestored)
+{
+    // A handle with the sign bit set still finds its window.
+    UseState({{"wordProcessor", {{"documents", Json::array({{{"text", "old"}, {"paragraphMarks", 0}, {"window", -16},
+                                                              {"foreground", true}, {"minimized", true}}})}}}});
+    EXPECT_EQ(Write("new"), "1\n");
+    const Json documents = WordProcessor()["documents"];
+    ASSERT_EQ(documents.size(), 2u);
+    EXPECT_EQ(documents[0]["foreground"], false);
+    EXPECT_EQ(documents[1]["foreground"], true);
+    EXPECT_EQ(documents[1]["minimized"], false);
+    EXPECT_EQ(documents[1]["text"], "new");
 }

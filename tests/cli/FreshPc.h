@@ -10,7 +10,7 @@ namespace KestrelTest {
 
 // A PC as it comes out of the box, for one test: on the host a new emulated
 // PC; under Wine the test run's freshly booted prefix, whose mouse buttons are
-// put back as they were found when the object goes.
+// put back as they were found when the object goes, with camera defaults of its own.
 class FreshPc {
 public:
     FreshPc();

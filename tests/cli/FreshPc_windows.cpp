@@ -1,13 +1,16 @@
 #include "FreshPc.h"
+#include "support/TempDirectory.h"
 
 #include <windows.h>
 
 namespace KestrelTest {
 
 // The prefix is made fresh for each test run and shared by its tests, which
-// run in this prefix too: the buttons are read and put back directly.
+// run in this prefix too: the buttons are read and put back directly. The
+// camera defaults stand-in keeps its store in a folder of the test's own.
 struct FreshPc::Storage {
     bool swapped = GetSystemMetrics(SM_SWAPBUTTON) != 0;
+    TempDirectory cameraDefaults;
 };
 
 FreshPc::FreshPc() : storage_(std::make_unique<Storage>()) {}
@@ -19,7 +22,7 @@ FreshPc::~FreshPc()
 
 std::vector<EnvironmentChange> FreshPc::Environment() const
 {
-    return {};
+    return {{"KESTREL_TEST_CAMERA_DEFAULTS", storage_->cameraDefaults.Path().string()}};
 }
 
 void FreshPc::SetStoredState(const std::string&) {}

@@ -1,7 +1,6 @@
-// KestrelTool's Application category under Wine. Wine's shell has no
-// applications folder, so no location is found. The document writer drives a
-// test automation server registered as "Word.Application", which logs every
-// call it gets; without the registration, Wine's notepad opens the file.
+// KestrelTool's document writer under Wine: it drives a test automation
+// server registered as "Word.Application", which logs every call it gets;
+// without the registration, Wine's notepad opens the file.
 #include "platform/windows/UniqueHandle.h"
 #include "support/ProcessRunner.h"
 #include "support/TempDirectory.h"
@@ -20,13 +19,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using Tessel::Bridge::Platform::Windows::UniqueHandle;
-
-TEST(ApplicationUnderWine, WithoutAnApplicationsFolderNoLocationIsFound)
-{
-    const ProcessResult result = RunProcess(BuiltProgram("KestrelTool"), {"Application", "GetApplicationLocation", "Notepad"});
-    EXPECT_EQ(result.out + result.err, "-1" + std::string(kLineEnd));
-    EXPECT_EQ(result.exitStatus, 0);
-}
 
 constexpr const wchar_t* kClassId = L"{5B7E6D0C-94A1-4C3E-8F2B-6A1D0E9C7B31}";
 constexpr const wchar_t* kClassKey = L"CLSID\\{5B7E6D0C-94A1-4C3E-8F2B-6A1D0E9C7B31}";
@@ -104,21 +96,6 @@ TEST_F(WriteToDocUnderWine, TheServerGetsTheTenStepsAndTheTextAsTyped)
                          "Document lookup ActiveWindow" + lookup + "Document invoke ActiveWindow flags=2" + none +
                          "Window lookup Hwnd" + lookup + "Window invoke Hwnd flags=2" + none +
                          "Window released\nDocument released\nSelection released\nDocuments released\nApplication released\n");
-}
-
-TEST_F(WriteToDocUnderWine, AnEmptyFileTypesAnEmptyTextAndOneParagraph)
-{
-    RegisterServer();
-    EXPECT_EQ(Run(Write("")), kOne);
-    const std::string log = Log();
-    EXPECT_NE(log.find("Selection invoke TypeText flags=1 lcid=400 args=[BSTR:\"\"] named=[]\nSelection invoke TypeParagraph"), std::string::npos) << log;
-}
-
-TEST_F(WriteToDocUnderWine, AMissingFileOpensInNotepadWithoutStartingTheServer)
-{
-    RegisterServer();
-    EXPECT_EQ(Run(directory / "missing.txt"), kOne);
-    EXPECT_FALSE(fs::exists(kServerFolder / "WordAutomationServer.log"));
 }
 
 // Ends every notepad of the prefix; how many there were.

@@ -31,10 +31,11 @@ TEST(CameraRuntimeWine, ReportsWhatTheDeviceReportsAndClosesIt)
     TempDirectory dir;
     const ScopedEnvironment cameras("KESTREL_TEST_CAMERAS", (dir / "cameras").string());
     std::ofstream(dir / "cameras") << "plain none 0 0 0 0 0 0 0 0 0 1 4\n"
-                                      "stopped 1 cancel 0 0 0 0 0 0 0 0 0 0 0\n";
+                                      "stopped 1 cancel 0 0 0 0 0 0 0 0 0 0\n"
+                                      "broken 1 C00D3704 0 0 0 0 0 0 0 0 0 0\n";
     const std::shared_ptr<ICameraRuntime> runtime = CreateCameraRuntime();
     const std::vector<VideoCaptureDevice> devices = runtime->FindVideoCaptureDevices();
-    ASSERT_EQ(devices.size(), 2u);
+    ASSERT_EQ(devices.size(), 3u);
     EXPECT_EQ(devices[0].panel, std::nullopt);
     EXPECT_EQ(devices[1].panel, Panel::Front);
 
@@ -50,4 +51,6 @@ TEST(CameraRuntimeWine, ReportsWhatTheDeviceReportsAndClosesIt)
     EXPECT_EQ(CodeOf([&] { capture->Close(); }), ToHResult(0x80000013));
 
     EXPECT_EQ(CodeOf([&] { runtime->OpenForVideo(L"stopped"); }), kCanceled);
+    // A failed open finishes later, on another thread, with the device's code.
+    EXPECT_EQ(CodeOf([&] { runtime->OpenForVideo(L"broken"); }), ToHResult(0xC00D3704));
 }
