@@ -608,8 +608,8 @@ def execute(sites, results_path, gone_rows=()):
                     restorer.change(site.path, mutated_text(site))
                     if build(log_dir / "build.log") != 0:
                         errors = [l for l in (log_dir / "build.log").read_text(errors="replace").splitlines()
-                                  if "error" in l]
-                        outcome, detail = "no-compile", (errors[0][:200] if errors else "")
+                                  if "error:" in l]
+                        outcome, detail = "no-compile", (errors[0].replace(f"{ROOT}/", "")[:200] if errors else "")
                     else:
                         outcome, detail = run_tests(groups, limits, per_test, log_dir)
                 finally:
