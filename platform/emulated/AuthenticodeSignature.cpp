@@ -361,6 +361,31 @@ std::optional<std::time_t> CountersignatureTime(const PKCS7* p7, const PKCS7_SIG
     return std::nullopt;
 }
 
+// The valid timestamp a signer carries: an RFC 3161 token first, as
+// Windows prefers it, else a countersignature.
+std::optional<Timestamp> ValidTimestamp(const PKCS7* p7, const PKCS7_SIGNER_INFO* signer, X509_STORE* roots)
+{
+    if (const auto at = TimestampTime(signer, roots)) return Timestamp{Timestamp::Kind::Rfc3161, *at};
+    if (const auto at = CountersignatureTime(p7, signer, roots)) return Timestamp{Timestamp::Kind::Countersignature, *at};
+    return std::nullopt;
+}
+
+// The name WinTrust's callers show for a digest algorithm, else its dotted OID.
+std::string DigestName(const ASN1_OBJECT* algorithm)
+{
+    switch (OBJ_obj2nid(algorithm)) {
+    case NID_md5: return "md5";
+    case NID_sha1: return "sha1";
+    case NID_sha256: return "sha256";
+    case NID_sha384: return "sha384";
+    case NID_sha512: return "sha512";
+    default: break;
+    }
+    std::array<char, 128> dotted{};
+    const int length = OBJ_obj2txt(dotted.data(), static_cast<int>(dotted.size()), algorithm, 1);
+    return length > 0 && static_cast<std::size_t>(length) < dotted.size() ? std::string(dotted.data()) : std::string();
+}
+
 } // namespace
 
 std::optional<SignatureSet> SignatureSet::Parse(std::span<const std::uint8_t> der)
@@ -421,6 +446,7 @@ SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, c
     }
     PKCS7* p7 = signatures_[index].get();
     PKCS7_SIGNER_INFO* signer = p7 == nullptr ? nullptr : OnlySigner(p7);
+    if (signer != nullptr) check.digestAlgorithm = DigestName(signer->digest_alg->algorithm);
     const auto content = SignedContent(index);
     if (signer == nullptr || content.empty() || !IsObject(p7->d.sign->contents->type, contentType)) {
         check.result = TrustResult::kBadSignature;
@@ -440,6 +466,7 @@ SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, c
         return check;
     }
 
+    const std::optional<Timestamp> timestamp = ValidTimestamp(p7, signer, judgement.roots);
     bool codeSigning = true;
     check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, std::nullopt, XKU_CODE_SIGN, codeSigning));
     if (check.result == TrustResult::kTrusted && !codeSigning) check.result = TrustResult::kWrongUsage;
@@ -447,9 +474,8 @@ SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, c
         check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, judgement.now, XKU_CODE_SIGN, codeSigning));
         if (check.result == TrustResult::kExpired) {
             // A timestamp inside every certificate's validity keeps the signature good.
-            auto stamped = TimestampTime(signer, judgement.roots);
-            if (!stamped) stamped = CountersignatureTime(p7, signer, judgement.roots);
-            if (stamped && VerifyChain(certificate, p7->d.sign->cert, judgement.roots, *stamped, XKU_CODE_SIGN, codeSigning) == X509_V_OK) {
+            if (timestamp &&
+                VerifyChain(certificate, p7->d.sign->cert, judgement.roots, timestamp->time, XKU_CODE_SIGN, codeSigning) == X509_V_OK) {
                 check.result = TrustResult::kTrusted;
             }
         }
@@ -460,6 +486,7 @@ SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, c
         Signer found{SubjectText(X509_get_subject_name(certificate)), {}};
         if (key != nullptr) found.publicKey.assign(key->data, key->data + key->length);
         check.signer = std::move(found);
+        check.timestamp = timestamp;
     }
     return check;
 }

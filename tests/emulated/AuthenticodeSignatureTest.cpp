@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <tuple>
 
 using namespace Tessel::Bridge::Platform;
 using namespace Tessel::Bridge::Platform::Emulated::Authenticode;
@@ -98,25 +99,37 @@ TEST_F(AuthenticodeSignature, EachSignatureGetsWinVerifyTrustsAnswer)
         const SignatureCheck check = Judge(*set, 0);
         EXPECT_EQ(check.result, result) << file;
         EXPECT_EQ(check.signer.has_value(), result != TrustResult::kWrongUsage) << file;
+        EXPECT_EQ(check.digestAlgorithm, "sha256") << file;
+        EXPECT_FALSE(check.timestamp.has_value()) << file;
     }
+    // An RFC 3161 token osslsigncode made at the claimed time keeps an expired signer good.
+    const SignatureCheck stamped = Judge(SignatureSet::Parse(Read("expired-ts.p7")).value(), 0);
+    EXPECT_EQ(stamped.result, TrustResult::kTrusted);
+    EXPECT_TRUE(stamped.timestamp && stamped.timestamp->kind == Timestamp::Kind::Rfc3161 && stamped.timestamp->time == kInExpiredLeaf);
 }
 
 TEST_F(AuthenticodeSignature, OnlyAValidCountersignatureMovesTheTime)
 {
-    const std::pair<std::vector<std::uint8_t>, std::uint32_t> rows[] = {
-        {Countersigned(kInExpiredLeaf), TrustResult::kTrusted},
-        {Countersigned(kInExpiredLeaf, {"expired-tsa"}), TrustResult::kTrusted},
-        {Countersigned(kInExpiredLeaf + 365 * 86400), TrustResult::kExpired},
-        {Countersigned(kInExpiredLeaf, {"tsa"}, 0x01), TrustResult::kExpired},
-        {Countersigned(kInExpiredLeaf, {"untrusted-tsa", "other-root"}), TrustResult::kExpired},
+    // The bytes, the code, and the time of the timestamp reported (0: none).
+    const std::tuple<std::vector<std::uint8_t>, std::uint32_t, std::time_t> rows[] = {
+        {Countersigned(kInExpiredLeaf), TrustResult::kTrusted, kInExpiredLeaf},
+        {Countersigned(kInExpiredLeaf, {"expired-tsa"}), TrustResult::kTrusted, kInExpiredLeaf},
+        // Valid, but outside the signer's validity: reported, yet no help.
+        {Countersigned(kInExpiredLeaf + 365 * 86400), TrustResult::kExpired, kInExpiredLeaf + 365 * 86400},
+        {Countersigned(kInExpiredLeaf, {"tsa"}, 0x01), TrustResult::kExpired, 0},
+        {Countersigned(kInExpiredLeaf, {"untrusted-tsa", "other-root"}), TrustResult::kExpired, 0},
         // The code signer, trusted but not for timestamps, vouching for its own time.
-        {Countersigned(kInExpiredLeaf, {"expired"}), TrustResult::kExpired},
+        {Countersigned(kInExpiredLeaf, {"expired"}), TrustResult::kExpired, 0},
     };
     for (std::size_t row = 0; row < std::size(rows); ++row) {
-        EXPECT_EQ(Judge(SignatureSet::Parse(rows[row].first).value(), 0).result, rows[row].second) << row;
+        const auto& [bytes, result, stamped] = rows[row];
+        const SignatureCheck check = Judge(SignatureSet::Parse(bytes).value(), 0);
+        EXPECT_EQ(check.result, result) << row;
+        EXPECT_EQ(check.timestamp ? check.timestamp->time : 0, stamped) << row;
+        EXPECT_TRUE(!check.timestamp || check.timestamp->kind == Timestamp::Kind::Countersignature) << row;
     }
-    for (std::size_t i = 0; i < rows[0].first.size(); ++i) {
-        std::vector<std::uint8_t> bytes = rows[0].first;
+    for (std::size_t i = 0; i < std::get<0>(rows[0]).size(); ++i) {
+        std::vector<std::uint8_t> bytes = std::get<0>(rows[0]);
         bytes[i] = static_cast<std::uint8_t>(bytes[i] ^ 0x01);
         const auto set = SignatureSet::Parse(bytes);
         EXPECT_TRUE(!set || Judge(*set, 0).result != TrustResult::kTrusted) << "byte " << i;

@@ -87,6 +87,8 @@ TEST_F(SignatureVerifier, NestedSignaturesAreFoundByIndex)
     const SignatureCheck nested = Verify(material / "nested.exe", 1);
     EXPECT_EQ(nested.result, TrustResult::kTrusted);
     EXPECT_EQ(nested.secondarySignatures, 1u);
+    EXPECT_EQ(nested.digestAlgorithm, "sha256");
+    EXPECT_EQ(Verify(material / "nested.exe", 0).digestAlgorithm, "sha1");
     EXPECT_EQ(Verify(material / "nested.exe", 2).result, TrustResult::kNoIndex);
 }
 
