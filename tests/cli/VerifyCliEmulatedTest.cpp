@@ -66,7 +66,8 @@ TEST_F(VerifyCli, RefusesBadUsage)
 }
 
 // What Wine's WinTrust does not give (docs/kestrelverify.md): the accepted
-// timestamp; and names no Windows file could have.
+// timestamp and a nested signature's own digest; and names no Windows file
+// could have.
 TEST_F(VerifyCli, JsonGivesTimestampsAndEscapesAnyName)
 {
     const fs::path odd = directory / "q\"b\\\x01\t\x7f.exe";
@@ -76,6 +77,9 @@ TEST_F(VerifyCli, JsonGivesTimestampsAndEscapesAnyName)
     EXPECT_EQ(file["path"], odd.string());
     EXPECT_EQ(file["signatures"][0]["digest_algorithm"], "sha256");
     EXPECT_EQ(file["signatures"][0]["timestamp"], (nlohmann::json{{"kind", "rfc3161"}, {"time", "2020-07-01T00:00:00Z"}}));
+    const nlohmann::json nested = nlohmann::json::parse(Verify({"--json", "--roots", (material / "root.crt").string(), (material / "nested.exe").string()}).out);
+    EXPECT_EQ(nested["signatures"][0]["digest_algorithm"], "sha1");
+    EXPECT_EQ(nested["signatures"][1]["digest_algorithm"], "sha256");
 }
 
 } // namespace

@@ -266,24 +266,34 @@ struct Report {
     std::wstring err;
 };
 
+// A code that says the file itself could not be opened or read: WinTrust's
+// own, or a Win32 error (not found, access denied, sharing violation), bare or
+// as an HRESULT.
+bool IsReadFailure(std::uint32_t code)
+{
+    const std::uint32_t win32 = (code & 0xFFFF0000) == 0x80070000 ? code & 0xFFFF : code;
+    return code == Platform::TrustResult::kFileError || win32 == 2 || win32 == 3 || win32 == 5 || win32 == 32;
+}
+
 Report Verify(Platform::ISignatureVerifier& verifier, const std::wstring& path, bool json)
 {
     Report report;
+    const auto unreadable = [&](std::uint32_t code) {
+        report.err = L"KestrelVerify: cannot read " + path + L" (error " + (code > 0xFFFF ? Hex(code) : std::to_wstring(code)) + L")\n";
+        return report;
+    };
     try {
         FileVerdict verdict;
         Platform::CatalogLookupFailure failure;
         verdict.catalog = verifier.FindCatalog(path, failure);
-        // The catalog lookup opens and hashes every file; failing there means
-        // the file cannot be read, which no signature code would say.
-        if (!verdict.catalog && failure.step == Platform::CatalogLookupFailure::Step::HashFile) {
-            report.err = L"KestrelVerify: cannot read " + path + L" (error " + std::to_wstring(failure.error) + L")\n";
-            return report;
-        }
+        // The catalog lookup opens and hashes every file first.
+        if (!verdict.catalog && failure.step == Platform::CatalogLookupFailure::Step::HashFile) return unreadable(failure.error);
         if (verdict.catalog) {
             const CatalogMembership& catalog = *verdict.catalog;
             ListSignatures(true, [&](std::uint32_t i) { return verifier.VerifyThroughCatalog(catalog, path, i); }, verdict);
         }
         ListSignatures(false, [&](std::uint32_t i) { return verifier.VerifyEmbedded(path, i); }, verdict);
+        if (!verdict.catalog && IsReadFailure(verdict.signatures.front().check.result)) return unreadable(verdict.signatures.front().check.result);
         report.outcome = verdict.trusted ? Report::Outcome::Trusted : Report::Outcome::NotTrusted;
         report.out = json ? Json(path, verdict) : Text(path, verdict);
     } catch (const std::exception& e) {
