@@ -99,6 +99,20 @@ TEST_F(EmulatedPcCli, RealSignedFilesGetWindowsAnswers)
         const ProcessResult reference = RunProcess("/usr/bin/env", {"osslsigncode", "verify", "-ignore-crl", "-CAfile", trust["roots"], "-TSA-CAfile",
                                                                     trust["roots"], "-in", (corpus / row.file).string()});
         EXPECT_EQ(reference.exitStatus == 0, row.osslsigncode) << row.file << "\n" << reference.out;
+        // Each signature's digest algorithm and timestamp time, as osslsigncode reads them.
+        std::string expected, given;
+        const std::regex read("Message digest algorithm  : (\\S+)|Timestamp time: (.*)");
+        for (std::sregex_iterator it(reference.out.begin(), reference.out.end(), read), end; row.osslsigncode && it != end; ++it) {
+            expected += (*it)[1].matched ? "\n" + (*it)[1].str() : " " + (*it)[2].str();
+        }
+        const nlohmann::json report = nlohmann::json::parse(Run({"--json", path}, BuiltProgram("KestrelVerify")).out);
+        for (const auto& signature : report["signatures"]) {
+            const std::string digest = signature["digest_algorithm"], time = signature["timestamp"].is_null() ? "" : signature["timestamp"]["time"];
+            given += "\n" + std::regex_replace(digest, std::regex("sha"), "SHA");
+            const int month = time.empty() ? 0 : std::stoi(time.substr(5, 2)), day = time.empty() ? 0 : std::stoi(time.substr(8, 2));
+            if (month > 0) given += " " + std::string("JanFebMarAprMayJunJulAugSepOctNovDec").substr(static_cast<std::size_t>(3 * month - 3), 3) + (day < 10 ? "  " : " ") + std::to_string(day) + " " + time.substr(11, 8) + " " + time.substr(0, 4) + " GMT";
+        }
+        EXPECT_TRUE(!row.osslsigncode || given == expected) << row.file << given << "\nosslsigncode:" << expected;
 
         // One byte in the middle of the image flipped: every signature's digest is wrong.
         std::string bytes = ReadFileBytes(corpus / row.file);
