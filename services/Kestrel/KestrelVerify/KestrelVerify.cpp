@@ -302,33 +302,41 @@ Report Verify(Platform::ISignatureVerifier& verifier, const std::wstring& path, 
     return report;
 }
 
-// Reports by position, handed from the workers to the printing thread.
+// Reports by position, handed from the workers to the printing thread, which
+// is woken only for the report it waits for.
 class ReportQueue {
 public:
     explicit ReportQueue(std::size_t count) : reports_(count) {}
 
     void Put(std::size_t position, Report report)
     {
+        bool awaited = false;
         {
             const std::lock_guard lock(mutex_);
             reports_[position] = std::move(report);
+            awaited = position == next_;
         }
-        ready_.notify_all();
+        if (awaited) ready_.notify_one();
     }
 
-    Report Take(std::size_t position)
+    // The reports from the next one on that are done, at least one.
+    std::vector<Report> TakeDone()
     {
         std::unique_lock lock(mutex_);
-        ready_.wait(lock, [&] { return reports_[position].has_value(); });
-        Report report = std::move(*reports_[position]);
-        reports_[position].reset();
-        return report;
+        ready_.wait(lock, [&] { return reports_[next_].has_value(); });
+        std::vector<Report> done;
+        for (; next_ < reports_.size() && reports_[next_]; ++next_) {
+            done.push_back(std::move(*reports_[next_]));
+            reports_[next_].reset();
+        }
+        return done;
     }
 
 private:
     std::mutex mutex_;
     std::condition_variable ready_;
     std::vector<std::optional<Report>> reports_;
+    std::size_t next_ = 0;
 };
 
 class JoiningThreads {
@@ -496,11 +504,14 @@ int RunKestrelVerify(int argc, const char* const argv[], const VerifierFactory& 
             if (!threads.Start([&work, &verifier] { work(*verifier); })) break;
         }
         if (threads.Empty()) work(*verifiers.front());
-        for (std::size_t at = 0; at < files.size(); ++at) {
-            const Report report = queue.Take(at);
-            ++counts[static_cast<int>(report.outcome)];
-            out << report.out << std::flush;
-            err << report.err;
+        for (std::size_t printed = 0; printed < files.size();) {
+            for (const Report& report : queue.TakeDone()) {
+                ++counts[static_cast<int>(report.outcome)];
+                out << report.out;
+                err << report.err;
+                ++printed;
+            }
+            out.flush();
         }
     }
     using Outcome = Report::Outcome;
