@@ -1,8 +1,8 @@
 // KestrelVerify as a release pipeline runs it, one table for every build: on
-// the host over an emulated PC that trusts the test root, under Wine over
-// WinTrust (which trusts any root). Paths made for the run are compared as
-// {S}, {U}, {M}, {D} and signer keys as K.
-#include "FreshPc.h"
+// the host trusting the test root, under Wine over WinTrust (which trusts any
+// root). Paths made for the run are compared as {S}, {U}, {M}, {D} and signer
+// keys as K.
+#include "support/ProcessRunner.h"
 #include "support/TempDirectory.h"
 #include "support/TrustMaterial.h"
 
@@ -16,6 +16,11 @@
 using namespace KestrelTest;
 namespace fs = std::filesystem;
 
+namespace KestrelTest {
+// The words that make the build's KestrelVerify trust the test root.
+std::vector<std::string> TrustWords(const fs::path& material);
+} // namespace KestrelTest
+
 namespace {
 
 std::string Utf8(const fs::path& path)
@@ -28,7 +33,6 @@ class KestrelVerifyCli : public ::testing::Test {
 protected:
     KestrelVerifyCli()
     {
-        pc.SetStoredState(nlohmann::json{{"trust", {{"roots", Utf8(material / "root.crt")}}}}.dump());
         fs::create_directories(folder / "a" / "empty");
         for (const char* name : {"b.exe", "a/z.exe", "a/b.exe"}) fs::copy_file(material / (name[2] == 'z' ? "unsigned.exe" : "signed.exe"), folder / name);
     }
@@ -38,7 +42,8 @@ protected:
         for (std::string& word : words) {
             for (const auto& [name, path] : paths) word = word == name ? path : word;
         }
-        ProcessResult result = RunProcess(BuiltProgram("KestrelVerify"), words, pc.Environment());
+        words.insert(words.begin(), trust.begin(), trust.end());
+        ProcessResult result = RunProcess(BuiltProgram("KestrelVerify"), words);
         for (std::string* text : {&result.out, &result.err}) {
             *text = std::regex_replace(*text, std::regex("\r\n"), "\n");
             if (!placeholders) continue;
@@ -51,9 +56,9 @@ protected:
         return result;
     }
 
-    FreshPc pc;
     TempDirectory directory;
     const fs::path material = TrustMaterial(), folder = directory / "folder";
+    const std::vector<std::string> trust = TrustWords(material);
     const std::vector<std::pair<std::string, std::string>> paths{{"{S}", Utf8(material / "signed.exe")}, {"{U}", Utf8(material / "unsigned.exe")},
                                                                  {"{M}", Utf8(directory / "missing.exe")}, {"{D}", Utf8(folder)}};
 };

@@ -8,6 +8,14 @@
 
 using namespace KestrelTest;
 
+// Wine trusts any root; Windows trusts only its own stores.
+namespace KestrelTest {
+std::vector<std::string> TrustWords(const std::filesystem::path&)
+{
+    return {};
+}
+} // namespace KestrelTest
+
 TEST(VerifyCliWine, WindowsTrustsOnlyItsOwnStores)
 {
     const std::string signedFile = (TrustMaterial() / "signed.exe").string();
