@@ -9,12 +9,7 @@
 using namespace KestrelTest;
 namespace fs = std::filesystem;
 
-namespace KestrelTest {
-std::vector<std::string> TrustWords(const fs::path& material)
-{
-    return {"--roots", (material / "root.crt").string()};
-}
-} // namespace KestrelTest
+namespace KestrelTest { std::vector<std::string> TrustWords(const fs::path& material) { return {"--roots", (material / "root.crt").string()}; } }
 
 namespace {
 

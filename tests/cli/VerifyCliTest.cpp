@@ -10,24 +10,19 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 #include <sstream>
 
 using namespace KestrelTest;
 namespace fs = std::filesystem;
 
-namespace KestrelTest {
 // The words that make the build's KestrelVerify trust the test root.
-std::vector<std::string> TrustWords(const fs::path& material);
-} // namespace KestrelTest
+namespace KestrelTest { std::vector<std::string> TrustWords(const fs::path& material); }
 
 namespace {
 
-std::string Utf8(const fs::path& path)
-{
-    const std::u8string text = path.u8string();
-    return std::string(text.begin(), text.end());
-}
+std::string Utf8(const fs::path& path) { const std::u8string text = path.u8string(); return {text.begin(), text.end()}; }
 
 class KestrelVerifyCli : public ::testing::Test {
 protected:
@@ -39,9 +34,7 @@ protected:
 
     ProcessResult Verify(std::vector<std::string> words, bool placeholders = true) const
     {
-        for (std::string& word : words) {
-            for (const auto& [name, path] : paths) word = word == name ? path : word;
-        }
+        for (const auto& [name, path] : paths) std::replace(words.begin(), words.end(), name, path);
         words.insert(words.begin(), trust.begin(), trust.end());
         ProcessResult result = RunProcess(BuiltProgram("KestrelVerify"), words);
         for (std::string* text : {&result.out, &result.err}) {

@@ -9,12 +9,7 @@
 using namespace KestrelTest;
 
 // Wine trusts any root; Windows trusts only its own stores.
-namespace KestrelTest {
-std::vector<std::string> TrustWords(const std::filesystem::path&)
-{
-    return {};
-}
-} // namespace KestrelTest
+namespace KestrelTest { std::vector<std::string> TrustWords(const std::filesystem::path&) { return {}; } }
 
 TEST(VerifyCliWine, WindowsTrustsOnlyItsOwnStores)
 {
