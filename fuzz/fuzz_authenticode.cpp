@@ -2,14 +2,14 @@
 // a verifier trusting no root never accepts.
 #include "FuzzSupport.h"
 
-#include "platform/emulated/AuthenticodeSignature.h"
+#include "AuthenticodeSignature.h"
 
 #include <cstring>
 #include <memory>
 
 using KestrelFuzz::Require;
-using namespace Tessel::Bridge::Platform;
-using namespace Tessel::Bridge::Platform::Emulated::Authenticode;
+using namespace Kestrel::Authenticode;
+using namespace Kestrel::Authenticode::Signatures;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
@@ -26,10 +26,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const auto content = set->SignedContent(index);
         Require(index < set->Count() || content.empty(), "no content past the last signature");
         for (const bool matches : {true, false}) {
-            const SignatureCheck check =
+            const Signature check =
                 set->Judge(index, "1.3.6.1.4.1.311.2.1.4", [&] { return matches; }, Judgement{noRoots, std::time(nullptr)});
-            Require(check.result != TrustResult::kTrusted && check.result != TrustResult::kExpired, "no root, no trust");
-            Require(matches || check.result != TrustResult::kUntrustedRoot, "a wrong digest is never a good signature");
+            Require(check.result != Result::kTrusted && check.result != Result::kExpired, "no root, no trust");
+            Require(matches || check.result != Result::kUntrustedRoot, "a wrong digest is never a good signature");
             Require(check.secondarySignatures + 1 == set->Count(), "the count of secondary signatures");
         }
     }

@@ -1,7 +1,7 @@
 // Security catalogs: any bytes are refused or read into a consistent catalog.
 #include "FuzzSupport.h"
 
-#include "platform/emulated/SecurityCatalog.h"
+#include "SecurityCatalog.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <span>
 
 using KestrelFuzz::Require;
-namespace Catalog = Tessel::Bridge::Platform::Emulated::Catalog;
+namespace Catalog = Kestrel::Authenticode::Catalog;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

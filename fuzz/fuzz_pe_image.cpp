@@ -2,7 +2,7 @@
 // against a byte-by-byte reference digest of what an accepted layout keeps.
 #include "FuzzSupport.h"
 
-#include "platform/emulated/PeImage.h"
+#include "PeImage.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -12,7 +12,7 @@
 #include <openssl/evp.h>
 
 using KestrelFuzz::Require;
-using namespace Tessel::Bridge::Platform::Emulated::Pe;
+using namespace Kestrel::Authenticode::Pe;
 
 namespace {
 

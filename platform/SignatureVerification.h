@@ -114,10 +114,6 @@ std::vector<std::uint8_t> Sha256Of(std::span<const std::uint8_t> bytes);
 struct TrustSources {
     std::filesystem::path roots;
     std::filesystem::path catalogs;
-    // For a program given files on the host's command line: off Windows, a
-    // path without a drive letter or a leading "\\" is the host's own file
-    // rather than a path on the emulated PC. On Windows every path is the host's.
-    bool hostPaths = false;
 };
 
 // The platform's verifier: on Windows WinTrust with the system's roots and

@@ -9,6 +9,8 @@
 #include <cwchar>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 #include <system_error>
 
 namespace Tessel::Bridge::Platform {
@@ -115,14 +117,10 @@ std::optional<std::wstring> SubjectText(CERT_NAME_BLOB& subject)
     return text;
 }
 
-// The first signer's own certificate in WinVerifyTrust's state.
-std::optional<Signer> SignerOf(HANDLE state)
+// The signer's own certificate.
+std::optional<Signer> SignerOf(CRYPT_PROVIDER_SGNR& signer)
 {
-    CRYPT_PROVIDER_DATA* provider = ::WTHelperProvDataFromStateData(state);
-    if (provider == nullptr) return std::nullopt;
-    CRYPT_PROVIDER_SGNR* signer = ::WTHelperGetProvSignerFromChain(provider, 0, FALSE, 0);
-    if (signer == nullptr) return std::nullopt;
-    const CRYPT_PROVIDER_CERT* certificate = ::WTHelperGetProvCertFromChain(signer, 0);
+    const CRYPT_PROVIDER_CERT* certificate = ::WTHelperGetProvCertFromChain(&signer, 0);
     if (certificate == nullptr || certificate->pCert == nullptr || certificate->pCert->pCertInfo == nullptr) {
         return std::nullopt;
     }
@@ -134,6 +132,63 @@ std::optional<Signer> SignerOf(HANDLE state)
     result.subject = std::move(subject).value_or(L"");
     if (key.pbData != nullptr) result.publicKey.assign(key.pbData, key.pbData + key.cbData);
     return result;
+}
+
+// The usual name of a digest algorithm, else its dotted OID.
+std::string DigestName(const char* oid)
+{
+    static constexpr std::pair<std::string_view, const char*> kNames[] = {
+        {"1.3.14.3.2.26", "sha1"},           {"2.16.840.1.101.3.4.2.1", "sha256"}, {"2.16.840.1.101.3.4.2.2", "sha384"},
+        {"2.16.840.1.101.3.4.2.3", "sha512"}, {"1.2.840.113549.2.5", "md5"}};
+    if (oid == nullptr) return {};
+    for (const auto& [dotted, name] : kNames) {
+        if (dotted == oid) return name;
+    }
+    return oid;
+}
+
+bool HasAttribute(const CRYPT_ATTRIBUTES& attributes, std::string_view oid)
+{
+    for (DWORD i = 0; i < attributes.cAttr; ++i) {
+        if (attributes.rgAttr[i].pszObjId != nullptr && attributes.rgAttr[i].pszObjId == oid) return true;
+    }
+    return false;
+}
+
+// The timestamp WinTrust accepted: a countersigner it verified (the RFC 3161
+// token's signer or the PKCS #9 countersigner), whose time the signature was
+// judged at. The unsigned attribute that carries it tells the kind.
+std::optional<Timestamp> TimestampOf(const CRYPT_PROVIDER_SGNR& signer)
+{
+    if (signer.csCounterSigners == 0 || signer.pasCounterSigners == nullptr || signer.pasCounterSigners[0].dwError != 0 ||
+        signer.psSigner == nullptr) {
+        return std::nullopt;
+    }
+    Timestamp timestamp;
+    if (HasAttribute(signer.psSigner->UnauthAttrs, "1.3.6.1.4.1.311.3.3.1")) { // SPC_RFC3161_OBJID
+        timestamp.kind = Timestamp::Kind::Rfc3161;
+    } else if (HasAttribute(signer.psSigner->UnauthAttrs, szOID_RSA_counterSign)) {
+        timestamp.kind = Timestamp::Kind::Countersignature;
+    } else {
+        return std::nullopt;
+    }
+    // FILETIME counts 100 ns since 1601-01-01.
+    const std::uint64_t ticks = (static_cast<std::uint64_t>(signer.sftVerifyAsOf.dwHighDateTime) << 32) | signer.sftVerifyAsOf.dwLowDateTime;
+    timestamp.time = static_cast<std::int64_t>(ticks / 10'000'000) - 11'644'473'600;
+    return timestamp;
+}
+
+// The first signer in WinVerifyTrust's state: its certificate, digest and timestamp.
+void ReadSigner(HANDLE state, SignatureCheck& check)
+{
+    CRYPT_PROVIDER_DATA* provider = ::WTHelperProvDataFromStateData(state);
+    if (provider == nullptr) return;
+    CRYPT_PROVIDER_SGNR* signer = ::WTHelperGetProvSignerFromChain(provider, 0, FALSE, 0);
+    if (signer == nullptr) return;
+    check.signer = SignerOf(*signer);
+    if (!check.signer) return;
+    if (signer->psSigner != nullptr) check.digestAlgorithm = DigestName(signer->psSigner->HashAlgorithm.pszObjId);
+    check.timestamp = TimestampOf(*signer);
 }
 
 // One WinVerifyTrust pass over signature `index` of a file or of a catalog
@@ -168,7 +223,7 @@ public:
         SignatureCheck check;
         check.result = static_cast<std::uint32_t>(::WinVerifyTrust(nullptr, &action_, &data_));
         check.secondarySignatures = settings_.cSecondarySigs;
-        if (TrustResult::GivesSigner(check.result)) check.signer = SignerOf(data_.hWVTStateData);
+        if (TrustResult::GivesSigner(check.result)) ReadSigner(data_.hWVTStateData, check);
         return check;
     }
 

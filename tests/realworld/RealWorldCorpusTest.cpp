@@ -63,51 +63,65 @@ TEST_F(EmulatedPcCli, RealSignedFilesGetWindowsAnswers)
     const auto lines = [](const Row& row, const char* code = nullptr) {
         std::string text;
         for (std::size_t i = 0; i < row.signatures.size(); ++i) text += "  embedded " + std::to_string(i) + ": " + (code ? code : row.signatures[i]) + "\n";
-        return text;
+        const bool trusted = (code ? code : row.signatures[0]).starts_with("0x00000000");
+        return text + (trusted ? "1 file: 1 trusted, 0 not trusted\n" : "1 file: 0 trusted, 1 not trusted\n");
     };
     const char* folder = std::getenv("KESTREL_REALWORLD");
     ASSERT_TRUE(folder != nullptr) << "KESTREL_REALWORLD is not set";
     const fs::path corpus = fs::absolute(folder), material = TrustMaterial(), catalog = directory / "catalogs" / "member2.cat";
     // The roots, with the test root whose leaf signs the catalog.
-    WriteFileBytes(directory / "roots.pem", ReadFileBytes(corpus / "roots.pem") + ReadFileBytes(material / "root.crt"));
+    const std::string roots = (directory / "roots.pem").string(), catalogs = (directory / "catalogs").string();
+    WriteFileBytes(roots, ReadFileBytes(corpus / "roots.pem") + ReadFileBytes(material / "root.crt"));
     const CatalogSigner signer = SignerFromPem(material / "leaf.crt", material / "leaf.key", material / "intermediate.crt");
-    fs::create_directories(directory / "catalogs");
-    const nlohmann::json drives = {{"C:", corpus.string()}, {"D:", directory.Path().string()}};
-    const nlohmann::json trust = {{"roots", (directory / "roots.pem").string()}, {"catalogs", (directory / "catalogs").string()}};
+    fs::create_directories(catalogs);
+    const auto verify = [](const std::vector<std::string>& words) { return RunProcess(BuiltProgram("KestrelVerify"), words); };
 
     for (const Row& row : kCorpus) {
-        const std::string path = "C:\\" + std::string(row.file);
+        const std::string path = (corpus / row.file).string();
         const bool trusted = row.signatures[0].starts_with("0x00000000");
         const std::string verdict = path + (trusted ? ": " : ": not ") + "trusted by Windows\n";
-        UseState({{"drives", drives}, {"trust", trust}});
         std::string listed;
         if (row.catalogTag) {
             WriteCatalog(catalog, {std::wstring(row.catalogTag, row.catalogTag + 64)}, signer, MemberFormat::kBinary);
             listed = "  catalog " + catalog.string() + " lists " + row.catalogTag + "\n  catalog 0: 0x00000000 key=(test leaf) subject=C=US, S=Washington, "
                      "L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf\n";
-            // Another catalog folder on the command line replaces the PC's.
-            EXPECT_EQ(Run({"--catalogs", corpus.string(), path}, BuiltProgram("KestrelVerify")).out, verdict + lines(row));
+            // Only the catalog folder given counts.
+            EXPECT_EQ(verify({"--roots", roots, "--catalogs", corpus.string(), path}).out, verdict + lines(row));
         }
-        const ProcessResult verified = Run({path}, BuiltProgram("KestrelVerify"));
+        const ProcessResult verified = verify({"--roots", roots, "--catalogs", catalogs, path});
         // The test leaf's key is made for the run.
         EXPECT_EQ(std::regex_replace(verified.out, std::regex("key=[0-9a-f]{64}( subject=.*Kestrel Test leaf)"), "key=(test leaf)$1"), verdict + listed + lines(row));
         EXPECT_EQ(verified.exitStatus, trusted ? 0 : 1) << row.file;
         fs::remove(catalog);
 
         // osslsigncode with the same roots: valid means code 0 here.
-        const ProcessResult reference = RunProcess("/usr/bin/env", {"osslsigncode", "verify", "-ignore-crl", "-CAfile", trust["roots"], "-TSA-CAfile",
-                                                                    trust["roots"], "-in", (corpus / row.file).string()});
+        const ProcessResult reference =
+            RunProcess("/usr/bin/env", {"osslsigncode", "verify", "-ignore-crl", "-CAfile", roots, "-TSA-CAfile", roots, "-in", path});
         EXPECT_EQ(reference.exitStatus == 0, row.osslsigncode) << row.file << "\n" << reference.out;
+        // Each signature's digest algorithm and timestamp time, as osslsigncode reads them.
+        std::string expected, given;
+        const std::regex read("Message digest algorithm  : (\\S+)|Timestamp time: (.*)");
+        for (std::sregex_iterator it(reference.out.begin(), reference.out.end(), read), end; row.osslsigncode && it != end; ++it) {
+            expected += (*it)[1].matched ? "\n" + (*it)[1].str() : " " + (*it)[2].str();
+        }
+        const nlohmann::json report = nlohmann::json::parse(verify({"--roots", roots, "--json", path}).out);
+        for (const auto& signature : report["signatures"]) {
+            const std::string digest = signature["digest_algorithm"], time = signature["timestamp"].is_null() ? "" : signature["timestamp"]["time"];
+            given += "\n" + std::regex_replace(digest, std::regex("sha"), "SHA");
+            const int month = time.empty() ? 0 : std::stoi(time.substr(5, 2)), day = time.empty() ? 0 : std::stoi(time.substr(8, 2));
+            if (month > 0) given += " " + std::string("JanFebMarAprMayJunJulAugSepOctNovDec").substr(static_cast<std::size_t>(3 * month - 3), 3) + (day < 10 ? "  " : " ") + std::to_string(day) + " " + time.substr(11, 8) + " " + time.substr(0, 4) + " GMT";
+        }
+        EXPECT_TRUE(!row.osslsigncode || given == expected) << row.file << given << "\nosslsigncode:" << expected;
 
         // One byte in the middle of the image flipped: every signature's digest is wrong.
         std::string bytes = ReadFileBytes(corpus / row.file);
         bytes[bytes.size() / 2] = static_cast<char>(~bytes[bytes.size() / 2]);
-        WriteFileBytes(directory / "flipped", bytes);
-        EXPECT_EQ(Run({"D:\\flipped"}, BuiltProgram("KestrelVerify")).out, "D:\\flipped: not trusted by Windows\n" + lines(row, "0x80096010")) << row.file;
+        const std::string flipped = (directory / "flipped").string();
+        WriteFileBytes(flipped, bytes);
+        EXPECT_EQ(verify({"--roots", roots, flipped}).out, flipped + ": not trusted by Windows\n" + lines(row, "0x80096010")) << row.file;
 
         // No trusted root: none of these signatures carries its root, so no chain.
-        UseState({{"drives", drives}});
-        EXPECT_EQ(Run({path}, BuiltProgram("KestrelVerify")).out, path + ": not trusted by Windows\n" + lines(row, "0x800B010A")) << row.file;
+        EXPECT_EQ(verify({path}).out, path + ": not trusted by Windows\n" + lines(row, "0x800B010A")) << row.file;
     }
 }
 

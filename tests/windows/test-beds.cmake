@@ -9,15 +9,14 @@ target_link_libraries(kestrel_portrait_panel_plugin PRIVATE kestrel_windows_api)
 target_link_options(kestrel_portrait_panel_plugin PRIVATE -static)
 kestrel_warnings(kestrel_portrait_panel_plugin)
 
-# A component linked against KestrelTool.exe's own exports (its import
-# library), loaded by it in the plug-in's place.
-add_library(kestrel_security_consumer MODULE consumer/Consumer.cpp windows/testbed/ConsumerPlugin.cpp windows/testbed/ConsumerPlugin.def)
-set_target_properties(kestrel_security_consumer PROPERTIES PREFIX "" OUTPUT_NAME SecurityConsumer LIBRARY_OUTPUT_DIRECTORY "${testbed}")
-target_include_directories(kestrel_security_consumer PRIVATE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/security" "${CMAKE_CURRENT_SOURCE_DIR}")
-target_compile_definitions(kestrel_security_consumer PRIVATE KESTREL_SECURITY_IMPORTS)
-target_link_libraries(kestrel_security_consumer PRIVATE KestrelTool)
-target_link_options(kestrel_security_consumer PRIVATE -static)
-add_dependencies(kestrel_cli_tests kestrel_security_consumer)
+# A component linked against KestrelTool.exe's own exports, built as a
+# component of the product is: with the same toolchain, against the installed
+# package (find_package(KestrelSecurity)). KestrelTool loads it in the
+# plug-in's place.
+add_test(NAME kestrel_security.package COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/consumer/run-consumer" "${CMAKE_BINARY_DIR}"
+    "${CMAKE_BINARY_DIR}/consumer" cp SecurityConsumer.dll "${testbed}/")
+set_tests_properties(kestrel_security.package PROPERTIES FIXTURES_SETUP security_package)
+set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED security_package)
 
 foreach(version 4.9 5.0)
     string(REPLACE "." ";" parts ${version})

@@ -1,3 +1,4 @@
+#include "FileVerifier.h"
 #include "KestrelVerify.h"
 #include "platform/StandardOutput.h"
 
@@ -5,13 +6,7 @@
 
 int main(int argc, char* argv[])
 {
-    namespace Platform = Tessel::Bridge::Platform;
-    const Platform::WideStandardOutput output;
-    return Tessel::Bridge::Server::Services::Kestrel::RunKestrelVerify(
-        argc, argv,
-        [](Platform::TrustSources sources) {
-            sources.hostPaths = true; // files named on the command line
-            return Platform::CreateSignatureVerifier(sources);
-        },
-        std::wcout, std::wcerr);
+    namespace Kestrel = Tessel::Bridge::Server::Services::Kestrel;
+    const Tessel::Bridge::Platform::WideStandardOutput output;
+    return Kestrel::RunKestrelVerify(argc, argv, Kestrel::CreateFileVerifier, std::wcout, std::wcerr);
 }

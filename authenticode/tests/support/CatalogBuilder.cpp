@@ -2,7 +2,7 @@
 // reader uses and signed with OpenSSL's PKCS#7 functions.
 #include "support/CatalogBuilder.h"
 
-#include "platform/emulated/SecurityCatalog.h"
+#include "SecurityCatalog.h"
 
 #include <openssl/bio.h>
 #include <openssl/err.h>
@@ -16,7 +16,7 @@
 
 namespace KestrelTest {
 
-namespace Catalog = Tessel::Bridge::Platform::Emulated::Catalog;
+namespace Catalog = Kestrel::Authenticode::Catalog;
 
 namespace {
 

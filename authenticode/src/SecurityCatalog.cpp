@@ -4,9 +4,9 @@
 // Sources: Microsoft's CTL_INFO, CTL_ENTRY, CRYPTCATMEMBER and mscat.h OID
 // pages for the structures and OIDs; PKCS #7 v1.5 (RFC 2315, section 9.3) for
 // what a signer's message digest covers.
-#include "platform/emulated/SecurityCatalog.h"
+#include "SecurityCatalog.h"
 
-#include "platform/common/Hex.h"
+#include "Hex.h"
 
 #include <openssl/asn1t.h>
 #include <openssl/err.h>
@@ -16,7 +16,7 @@
 #include <array>
 #include <cstring>
 
-namespace Tessel::Bridge::Platform::Emulated::Catalog {
+namespace Kestrel::Authenticode::Catalog {
 
 ASN1_SEQUENCE(TrustedSubject) = {
     ASN1_SIMPLE(TrustedSubject, subjectIdentifier, ASN1_OCTET_STRING),
@@ -94,7 +94,8 @@ std::optional<std::wstring> MemberTag(const ASN1_OCTET_STRING* identifier)
 std::optional<std::wstring> BinaryMemberTag(const ASN1_OCTET_STRING* identifier)
 {
     if (identifier == nullptr || identifier->length <= 0 || identifier->length > kMaxBinaryTagBytes) return std::nullopt;
-    return HexDigits(std::span<const std::uint8_t>(identifier->data, static_cast<std::size_t>(identifier->length)), true);
+    const std::string hex = HexDigits(std::span<const std::uint8_t>(identifier->data, static_cast<std::size_t>(identifier->length)));
+    return std::wstring(hex.begin(), hex.end());
 }
 
 // The contents octets of a definite-length DER SEQUENCE that fills `bytes`.
@@ -193,4 +194,4 @@ bool Lists(const SecurityCatalog& catalog, std::wstring_view upperHexTag)
     return !tag.empty() && std::binary_search(catalog.memberTags.begin(), catalog.memberTags.end(), tag);
 }
 
-} // namespace Tessel::Bridge::Platform::Emulated::Catalog
+} // namespace Kestrel::Authenticode::Catalog

@@ -1,6 +1,4 @@
-#include "platform/emulated/AuthenticodeSignature.h"
-
-#include "platform/common/Utf8.h"
+#include "AuthenticodeSignature.h"
 
 #include <openssl/asn1t.h>
 #include <openssl/cms.h>
@@ -12,7 +10,7 @@
 #include <algorithm>
 #include <array>
 
-namespace Tessel::Bridge::Platform::Emulated::Authenticode {
+namespace Kestrel::Authenticode::Signatures {
 
 // SpcIndirectDataContent, what an Authenticode signature signs: the kind of
 // file and its digest.
@@ -204,8 +202,8 @@ std::uint32_t CheckSignerSignature(const PKCS7* p7, PKCS7_SIGNER_INFO* signer, X
                                    std::span<const std::uint8_t> content)
 {
     EVP_PKEY* key = X509_get0_pubkey(certificate);
-    return WellFormed(p7, signer, key) && SignsAttributes(signer, key, contentType, content) ? TrustResult::kTrusted
-                                                                                             : TrustResult::kBadSignature;
+    return WellFormed(p7, signer, key) && SignsAttributes(signer, key, contentType, content) ? Result::kTrusted
+                                                                                             : Result::kBadSignature;
 }
 
 // A trusted root may issue certificates without saying so: roots from before
@@ -260,15 +258,15 @@ int VerifyChain(X509* leaf, STACK_OF(X509)* others, X509_STORE* roots, std::opti
 std::uint32_t ChainResult(int error)
 {
     switch (error) {
-    case X509_V_OK: return TrustResult::kTrusted;
+    case X509_V_OK: return Result::kTrusted;
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
-    case X509_V_ERR_CERT_UNTRUSTED: return TrustResult::kUntrustedRoot;
+    case X509_V_ERR_CERT_UNTRUSTED: return Result::kUntrustedRoot;
     case X509_V_ERR_CERT_SIGNATURE_FAILURE:
-    case X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE: return TrustResult::kBadSignature;
+    case X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE: return Result::kBadSignature;
     case X509_V_ERR_CERT_HAS_EXPIRED:
-    case X509_V_ERR_CERT_NOT_YET_VALID: return TrustResult::kExpired;
-    default: return TrustResult::kChaining;
+    case X509_V_ERR_CERT_NOT_YET_VALID: return Result::kExpired;
+    default: return Result::kChaining;
     }
 }
 
@@ -361,6 +359,31 @@ std::optional<std::time_t> CountersignatureTime(const PKCS7* p7, const PKCS7_SIG
     return std::nullopt;
 }
 
+// The valid timestamp a signer carries: an RFC 3161 token first, as
+// Windows prefers it, else a countersignature.
+std::optional<Timestamp> ValidTimestamp(const PKCS7* p7, const PKCS7_SIGNER_INFO* signer, X509_STORE* roots)
+{
+    if (const auto at = TimestampTime(signer, roots)) return Timestamp{Timestamp::Kind::Rfc3161, *at};
+    if (const auto at = CountersignatureTime(p7, signer, roots)) return Timestamp{Timestamp::Kind::Countersignature, *at};
+    return std::nullopt;
+}
+
+// The name WinTrust's callers show for a digest algorithm, else its dotted OID.
+std::string DigestName(const ASN1_OBJECT* algorithm)
+{
+    switch (OBJ_obj2nid(algorithm)) {
+    case NID_md5: return "md5";
+    case NID_sha1: return "sha1";
+    case NID_sha256: return "sha256";
+    case NID_sha384: return "sha384";
+    case NID_sha512: return "sha512";
+    default: break;
+    }
+    std::array<char, 128> dotted{};
+    const int length = OBJ_obj2txt(dotted.data(), static_cast<int>(dotted.size()), algorithm, 1);
+    return length > 0 && static_cast<std::size_t>(length) < dotted.size() ? std::string(dotted.data()) : std::string();
+}
+
 } // namespace
 
 std::optional<SignatureSet> SignatureSet::Parse(std::span<const std::uint8_t> der)
@@ -410,29 +433,30 @@ std::optional<ClaimedDigest> SignatureSet::Claimed(std::size_t index) const
                          {ASN1_STRING_get0_data(digest), ASN1_STRING_get0_data(digest) + ASN1_STRING_length(digest)}};
 }
 
-SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, const std::function<bool()>& contentMatches,
+Signature SignatureSet::Judge(std::size_t index, const char* contentType, const std::function<bool()>& contentMatches,
                                    const Judgement& judgement) const
 {
-    SignatureCheck check;
+    Signature check;
     check.secondarySignatures = static_cast<std::uint32_t>(signatures_.size() - 1);
     if (index >= signatures_.size()) {
-        check.result = TrustResult::kNoIndex;
+        check.result = Result::kNoIndex;
         return check;
     }
     PKCS7* p7 = signatures_[index].get();
     PKCS7_SIGNER_INFO* signer = p7 == nullptr ? nullptr : OnlySigner(p7);
+    if (signer != nullptr) check.digestAlgorithm = DigestName(signer->digest_alg->algorithm);
     const auto content = SignedContent(index);
     if (signer == nullptr || content.empty() || !IsObject(p7->d.sign->contents->type, contentType)) {
-        check.result = TrustResult::kBadSignature;
+        check.result = Result::kBadSignature;
         return check;
     }
     if (!contentMatches()) {
-        check.result = TrustResult::kBadDigest;
+        check.result = Result::kBadDigest;
         return check;
     }
     X509* certificate = X509_find_by_issuer_and_serial(p7->d.sign->cert, signer->issuer_and_serial->issuer, signer->issuer_and_serial->serial);
     if (certificate == nullptr) {
-        check.result = TrustResult::kBadSignature;
+        check.result = Result::kBadSignature;
         return check;
     }
     if (const std::uint32_t signature = CheckSignerSignature(p7, signer, certificate, contentType, content); signature != 0) {
@@ -440,31 +464,32 @@ SignatureCheck SignatureSet::Judge(std::size_t index, const char* contentType, c
         return check;
     }
 
+    const std::optional<Timestamp> timestamp = ValidTimestamp(p7, signer, judgement.roots);
     bool codeSigning = true;
     check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, std::nullopt, XKU_CODE_SIGN, codeSigning));
-    if (check.result == TrustResult::kTrusted && !codeSigning) check.result = TrustResult::kWrongUsage;
-    if (check.result == TrustResult::kTrusted) {
+    if (check.result == Result::kTrusted && !codeSigning) check.result = Result::kWrongUsage;
+    if (check.result == Result::kTrusted) {
         check.result = ChainResult(VerifyChain(certificate, p7->d.sign->cert, judgement.roots, judgement.now, XKU_CODE_SIGN, codeSigning));
-        if (check.result == TrustResult::kExpired) {
+        if (check.result == Result::kExpired) {
             // A timestamp inside every certificate's validity keeps the signature good.
-            auto stamped = TimestampTime(signer, judgement.roots);
-            if (!stamped) stamped = CountersignatureTime(p7, signer, judgement.roots);
-            if (stamped && VerifyChain(certificate, p7->d.sign->cert, judgement.roots, *stamped, XKU_CODE_SIGN, codeSigning) == X509_V_OK) {
-                check.result = TrustResult::kTrusted;
+            if (timestamp &&
+                VerifyChain(certificate, p7->d.sign->cert, judgement.roots, timestamp->time, XKU_CODE_SIGN, codeSigning) == X509_V_OK) {
+                check.result = Result::kTrusted;
             }
         }
-        if (check.result != TrustResult::kTrusted && check.result != TrustResult::kExpired) check.result = TrustResult::kChaining;
+        if (check.result != Result::kTrusted && check.result != Result::kExpired) check.result = Result::kChaining;
     }
-    if (TrustResult::GivesSigner(check.result)) {
+    if (check.result == Result::kTrusted || check.result == Result::kExpired || check.result == Result::kUntrustedRoot) {
         const ASN1_BIT_STRING* key = X509_get0_pubkey_bitstr(certificate);
         Signer found{SubjectText(X509_get_subject_name(certificate)), {}};
         if (key != nullptr) found.publicKey.assign(key->data, key->data + key->length);
         check.signer = std::move(found);
+        check.timestamp = timestamp;
     }
     return check;
 }
 
-std::wstring SubjectText(const X509_NAME* name)
+std::string SubjectText(const X509_NAME* name)
 {
     struct Key {
         int nid;
@@ -500,7 +525,7 @@ std::wstring SubjectText(const X509_NAME* name)
         const OwnedBytes owned(value);
         if (length > 0) text.append(reinterpret_cast<const char*>(value), static_cast<std::size_t>(length));
     }
-    return Utf8::Decode(text);
+    return text;
 }
 
-} // namespace Tessel::Bridge::Platform::Emulated::Authenticode
+} // namespace Kestrel::Authenticode::Signatures

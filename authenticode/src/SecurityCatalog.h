@@ -23,7 +23,7 @@
 //
 // The structures are OpenSSL ASN.1 items, so that OpenSSL both reads them and
 // (for tests) writes them.
-#include "platform/emulated/AuthenticodeSignature.h"
+#include "AuthenticodeSignature.h"
 
 #include <openssl/asn1.h>
 #include <openssl/pkcs7.h>
@@ -38,7 +38,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Tessel::Bridge::Platform::Emulated::Catalog {
+namespace Kestrel::Authenticode::Catalog {
 
 // OIDs of catalogs (wincrypt.h and mscat.h).
 inline constexpr const char* kCtlOid = "1.3.6.1.4.1.311.10.1";              // szOID_CTL
@@ -68,7 +68,7 @@ struct CertificateTrustList {
 DECLARE_ASN1_FUNCTIONS(TrustedSubject)
 DECLARE_ASN1_FUNCTIONS(CertificateTrustList)
 
-using Authenticode::OwnedPkcs7;
+using Signatures::OwnedPkcs7;
 
 struct CertificateTrustListFree {
     void operator()(CertificateTrustList* p) const noexcept { CertificateTrustList_free(p); }
@@ -95,4 +95,4 @@ std::optional<SecurityCatalog> ReadCatalog(std::span<const std::uint8_t> der);
 // Whether the catalog lists the tag (ASCII letters compared ignoring case).
 bool Lists(const SecurityCatalog& catalog, std::wstring_view upperHexTag);
 
-} // namespace Tessel::Bridge::Platform::Emulated::Catalog
+} // namespace Kestrel::Authenticode::Catalog

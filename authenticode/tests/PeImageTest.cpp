@@ -1,6 +1,6 @@
 // PE headers, certificate entries and the Authenticode digest, over small
 // images built here with every offset known.
-#include "platform/emulated/PeImage.h"
+#include "PeImage.h"
 #include "support/TempDirectory.h"
 
 #include <fstream>
@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-using namespace Tessel::Bridge::Platform::Emulated::Pe;
+using namespace Kestrel::Authenticode::Pe;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {

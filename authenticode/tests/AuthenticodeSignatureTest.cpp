@@ -1,6 +1,6 @@
 // The signature checks on signatures osslsigncode made at test time (the
 // folder KESTREL_TRUST_MATERIAL), judged against the material's test root.
-#include "platform/emulated/AuthenticodeSignature.h"
+#include "AuthenticodeSignature.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +11,10 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <tuple>
 
-using namespace Tessel::Bridge::Platform;
-using namespace Tessel::Bridge::Platform::Emulated::Authenticode;
+using namespace Kestrel::Authenticode;
+using namespace Kestrel::Authenticode::Signatures;
 namespace fs = std::filesystem;
 
 namespace {
@@ -41,7 +42,7 @@ protected:
     }
 
     // Judged as if the file hashed to what signature `index` claims, or to `fileDigest`.
-    SignatureCheck Judge(const SignatureSet& set, std::size_t index, const std::vector<std::uint8_t>* fileDigest = nullptr) const
+    Signature Judge(const SignatureSet& set, std::size_t index, const std::vector<std::uint8_t>* fileDigest = nullptr) const
     {
         const auto claimed = set.Claimed(index);
         return set.Judge(index, kIndirectData, [&] { return claimed && (fileDigest == nullptr || claimed->value == *fileDigest); },
@@ -88,38 +89,50 @@ protected:
 TEST_F(AuthenticodeSignature, EachSignatureGetsWinVerifyTrustsAnswer)
 {
     const std::pair<const char*, std::uint32_t> rows[] = {
-        {"signed.p7", TrustResult::kTrusted},           {"expired.p7", TrustResult::kExpired},
-        {"notyet.p7", TrustResult::kExpired},
-        {"wrongpurpose.p7", TrustResult::kWrongUsage},  {"untrusted.p7", TrustResult::kUntrustedRoot},
+        {"signed.p7", Result::kTrusted},           {"expired.p7", Result::kExpired},
+        {"notyet.p7", Result::kExpired},
+        {"wrongpurpose.p7", Result::kWrongUsage},  {"untrusted.p7", Result::kUntrustedRoot},
     };
     for (const auto& [file, result] : rows) {
         const auto set = SignatureSet::Parse(Read(file));
         ASSERT_TRUE(set) << file;
-        const SignatureCheck check = Judge(*set, 0);
+        const Signature check = Judge(*set, 0);
         EXPECT_EQ(check.result, result) << file;
-        EXPECT_EQ(check.signer.has_value(), result != TrustResult::kWrongUsage) << file;
+        EXPECT_EQ(check.signer.has_value(), result != Result::kWrongUsage) << file;
+        EXPECT_EQ(check.digestAlgorithm, "sha256") << file;
+        EXPECT_FALSE(check.timestamp.has_value()) << file;
     }
+    // An RFC 3161 token osslsigncode made at the claimed time keeps an expired signer good.
+    const Signature stamped = Judge(SignatureSet::Parse(Read("expired-ts.p7")).value(), 0);
+    EXPECT_EQ(stamped.result, Result::kTrusted);
+    EXPECT_TRUE(stamped.timestamp && stamped.timestamp->kind == Timestamp::Kind::Rfc3161 && stamped.timestamp->time == kInExpiredLeaf);
 }
 
 TEST_F(AuthenticodeSignature, OnlyAValidCountersignatureMovesTheTime)
 {
-    const std::pair<std::vector<std::uint8_t>, std::uint32_t> rows[] = {
-        {Countersigned(kInExpiredLeaf), TrustResult::kTrusted},
-        {Countersigned(kInExpiredLeaf, {"expired-tsa"}), TrustResult::kTrusted},
-        {Countersigned(kInExpiredLeaf + 365 * 86400), TrustResult::kExpired},
-        {Countersigned(kInExpiredLeaf, {"tsa"}, 0x01), TrustResult::kExpired},
-        {Countersigned(kInExpiredLeaf, {"untrusted-tsa", "other-root"}), TrustResult::kExpired},
+    // The bytes, the code, and the time of the timestamp reported (0: none).
+    const std::tuple<std::vector<std::uint8_t>, std::uint32_t, std::time_t> rows[] = {
+        {Countersigned(kInExpiredLeaf), Result::kTrusted, kInExpiredLeaf},
+        {Countersigned(kInExpiredLeaf, {"expired-tsa"}), Result::kTrusted, kInExpiredLeaf},
+        // Valid, but outside the signer's validity: reported, yet no help.
+        {Countersigned(kInExpiredLeaf + 365 * 86400), Result::kExpired, kInExpiredLeaf + 365 * 86400},
+        {Countersigned(kInExpiredLeaf, {"tsa"}, 0x01), Result::kExpired, 0},
+        {Countersigned(kInExpiredLeaf, {"untrusted-tsa", "other-root"}), Result::kExpired, 0},
         // The code signer, trusted but not for timestamps, vouching for its own time.
-        {Countersigned(kInExpiredLeaf, {"expired"}), TrustResult::kExpired},
+        {Countersigned(kInExpiredLeaf, {"expired"}), Result::kExpired, 0},
     };
     for (std::size_t row = 0; row < std::size(rows); ++row) {
-        EXPECT_EQ(Judge(SignatureSet::Parse(rows[row].first).value(), 0).result, rows[row].second) << row;
+        const auto& [bytes, result, stamped] = rows[row];
+        const Signature check = Judge(SignatureSet::Parse(bytes).value(), 0);
+        EXPECT_EQ(check.result, result) << row;
+        EXPECT_EQ(check.timestamp ? check.timestamp->time : 0, stamped) << row;
+        EXPECT_TRUE(!check.timestamp || check.timestamp->kind == Timestamp::Kind::Countersignature) << row;
     }
-    for (std::size_t i = 0; i < rows[0].first.size(); ++i) {
-        std::vector<std::uint8_t> bytes = rows[0].first;
+    for (std::size_t i = 0; i < std::get<0>(rows[0]).size(); ++i) {
+        std::vector<std::uint8_t> bytes = std::get<0>(rows[0]);
         bytes[i] = static_cast<std::uint8_t>(bytes[i] ^ 0x01);
         const auto set = SignatureSet::Parse(bytes);
-        EXPECT_TRUE(!set || Judge(*set, 0).result != TrustResult::kTrusted) << "byte " << i;
+        EXPECT_TRUE(!set || Judge(*set, 0).result != Result::kTrusted) << "byte " << i;
     }
 }
 
@@ -130,18 +143,18 @@ TEST_F(AuthenticodeSignature, NoChangedOrCutSignatureIsTrusted)
         const std::vector<std::uint8_t> digest = SignatureSet::Parse(original)->Claimed(0)->value;
         const auto judged = [&](const std::vector<std::uint8_t>& bytes) {
             const auto set = SignatureSet::Parse(bytes);
-            return set ? Judge(*set, 0, &digest).result : TrustResult::kNoSignature;
+            return set ? Judge(*set, 0, &digest).result : Result::kNoSignature;
         };
-        ASSERT_TRUE(TrustResult::CountsAsTrusted(judged(original))) << file;
+        ASSERT_TRUE(Result::CountsAsTrusted(judged(original))) << file;
         for (std::size_t i = 0; i < original.size(); ++i) {
             for (const int change : {0x01, 0x80}) {
                 std::vector<std::uint8_t> bytes = original;
                 bytes[i] = static_cast<std::uint8_t>(bytes[i] ^ change);
-                EXPECT_FALSE(TrustResult::CountsAsTrusted(judged(bytes))) << file << " byte " << i << " ^ " << change;
+                EXPECT_FALSE(Result::CountsAsTrusted(judged(bytes))) << file << " byte " << i << " ^ " << change;
             }
         }
         for (std::size_t length = 0; length < original.size(); length += 7) {
-            EXPECT_FALSE(TrustResult::CountsAsTrusted(judged({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)})));
+            EXPECT_FALSE(Result::CountsAsTrusted(judged({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)})));
         }
     }
 }

@@ -12,7 +12,7 @@
 #include <variant>
 #include <vector>
 
-namespace Tessel::Bridge::Platform::Emulated::Pe {
+namespace Kestrel::Authenticode::Pe {
 
 // Why a file cannot be read as an image, or cannot be trusted as one. From
 // kNotPe on, each is a property of the bytes.
@@ -176,4 +176,4 @@ private:
     std::vector<std::uint8_t> head_;
 };
 
-} // namespace Tessel::Bridge::Platform::Emulated::Pe
+} // namespace Kestrel::Authenticode::Pe

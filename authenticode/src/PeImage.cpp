@@ -14,7 +14,7 @@
 // Where Windows is lenient, the rules here are not: a verifier must never
 // trust bytes that a signature does not cover, so each accepted file has no
 // byte that is neither hashed nor part of a checked WIN_CERTIFICATE entry.
-#include "platform/emulated/PeImage.h"
+#include "PeImage.h"
 
 #include <algorithm>
 #include <array>
@@ -27,7 +27,7 @@
 
 #include <openssl/evp.h>
 
-namespace Tessel::Bridge::Platform::Emulated::Pe {
+namespace Kestrel::Authenticode::Pe {
 
 namespace {
 
@@ -512,4 +512,4 @@ Expected<Digests> ImageFile::FlatDigest(std::span<const Algorithm> algorithms) c
     return Stream(descriptor_.Get(), size_, {}, algorithms, known);
 }
 
-} // namespace Tessel::Bridge::Platform::Emulated::Pe
+} // namespace Kestrel::Authenticode::Pe

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/SignatureVerification.h"
+#include "kestrel/Authenticode.h"
 
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
@@ -12,7 +12,7 @@
 #include <span>
 #include <vector>
 
-namespace Tessel::Bridge::Platform::Emulated::Authenticode {
+namespace Kestrel::Authenticode::Signatures {
 
 struct Pkcs7Free {
     void operator()(PKCS7* p) const noexcept { PKCS7_free(p); }
@@ -51,7 +51,7 @@ public:
     // Judges signature `index` over its own content. The content must be of
     // the type `contentType` (a dotted OID); `contentMatches` then decides
     // whether it describes the file (TRUST_E_BAD_DIGEST when not).
-    SignatureCheck Judge(std::size_t index, const char* contentType, const std::function<bool()>& contentMatches,
+    Signature Judge(std::size_t index, const char* contentType, const std::function<bool()>& contentMatches,
                          const Judgement& judgement) const;
 
     // The DER of the content that signature `index` signs, without its outer
@@ -63,7 +63,7 @@ private:
 };
 
 // The subject as CertNameToStrW writes it with CERT_X500_NAME_STR,
-// CERT_NAME_STR_NO_QUOTING_FLAG and CERT_NAME_STR_CRLF_FLAG.
-std::wstring SubjectText(const X509_NAME* name);
+// CERT_NAME_STR_NO_QUOTING_FLAG and CERT_NAME_STR_CRLF_FLAG, in UTF-8.
+std::string SubjectText(const X509_NAME* name);
 
-} // namespace Tessel::Bridge::Platform::Emulated::Authenticode
+} // namespace Kestrel::Authenticode::Signatures

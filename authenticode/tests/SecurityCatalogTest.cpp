@@ -1,5 +1,5 @@
 // Security catalogs read back from catalogs signed here.
-#include "platform/emulated/SecurityCatalog.h"
+#include "SecurityCatalog.h"
 #include "support/CatalogBuilder.h"
 #include "support/TrustMaterial.h"
 
@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-namespace Catalog = Tessel::Bridge::Platform::Emulated::Catalog;
+namespace Catalog = Kestrel::Authenticode::Catalog;
 
 namespace {
 
