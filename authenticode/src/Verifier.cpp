@@ -22,7 +22,7 @@ namespace Kestrel::Authenticode {
 
 struct Roots::Store {
     struct Free {
-        void operator()(X509_STORE* store) const noexcept { X509_STORE_free(store); }
+        void operator()(X509_STORE* owned) const noexcept { X509_STORE_free(owned); }
     };
     std::unique_ptr<X509_STORE, Free> store{X509_STORE_new()};
 };
