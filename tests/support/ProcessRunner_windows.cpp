@@ -5,7 +5,6 @@
 #include <windows.h>
 
 #include <stdexcept>
-#include <thread>
 
 namespace KestrelTest {
 namespace {
@@ -62,11 +61,19 @@ void CreateInheritedPipe(UniqueHandle& readEnd, UniqueHandle& writeEnd)
     SetHandleInformation(readEnd.Get(), HANDLE_FLAG_INHERIT, 0);
 }
 
-void ReadAll(HANDLE from, std::string& into)
+// Moves what the pipe holds now into `into`; false once the writers are gone.
+bool Drain(HANDLE from, std::string& into)
 {
-    char chunk[4096];
-    DWORD read = 0;
-    while (ReadFile(from, chunk, sizeof chunk, &read, nullptr) && read > 0) into.append(chunk, read);
+    DWORD available = 0;
+    while (PeekNamedPipe(from, nullptr, 0, nullptr, &available, nullptr)) {
+        if (available == 0) return true;
+        const std::size_t size = into.size();
+        into.resize(size + available);
+        DWORD read = 0;
+        if (!ReadFile(from, into.data() + size, available, &read, nullptr)) read = 0;
+        into.resize(size + read);
+    }
+    return false;
 }
 
 // The environment block for CreateProcessW, or empty for the parent's own.
@@ -136,11 +143,16 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     outWrite.Reset();
     errWrite.Reset();
 
+    // Read until the program has ended, not until the pipes close: under Wine a
+    // desktop process the program starts inherits its Unix descriptors and
+    // keeps the pipes open for as long as it lives.
     ProcessResult result;
-    std::thread errReader([&] { ReadAll(errRead.Get(), result.err); });
-    ReadAll(outRead.Get(), result.out);
-    errReader.join();
-
+    for (bool open = true; open;) {
+        const bool ended = WaitForSingleObject(process.Get(), 5) == WAIT_OBJECT_0;
+        const bool outOpen = Drain(outRead.Get(), result.out);
+        const bool errOpen = Drain(errRead.Get(), result.err);
+        open = !ended && (outOpen || errOpen);
+    }
     WaitForSingleObject(process.Get(), INFINITE);
     DWORD code = 0;
     if (!GetExitCodeProcess(process.Get(), &code)) ThrowLastError("GetExitCodeProcess");
