@@ -15,21 +15,108 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <stdexcept>
 #include <sys/stat.h>
 
 namespace Kestrel::Authenticode {
 
+namespace {
+
+// The next DER element of `bytes`: the whole element, and its content.
+std::optional<std::pair<std::span<const std::uint8_t>, std::span<const std::uint8_t>>> NextElement(std::span<const std::uint8_t> bytes)
+{
+    if (bytes.size() < 2) return std::nullopt;
+    std::size_t header = 2;
+    std::size_t length = bytes[1];
+    if (length & 0x80) {
+        const std::size_t octets = length & 0x7f;
+        if (octets == 0 || octets > 4 || bytes.size() < 2 + octets) return std::nullopt;
+        length = 0;
+        for (std::size_t i = 0; i < octets; ++i) length = length << 8 | bytes[2 + i];
+        header += octets;
+    }
+    if (length > bytes.size() - header) return std::nullopt;
+    return std::pair{bytes.first(header + length), bytes.subspan(header, length)};
+}
+
+// A certificate's subject, read without decoding the rest of it.
+X509_NAME* SubjectOf(std::span<const std::uint8_t> der)
+{
+    const auto certificate = NextElement(der);
+    const auto tbs = certificate ? NextElement(certificate->second) : std::nullopt;
+    if (!tbs) return nullptr;
+    std::span<const std::uint8_t> rest = tbs->second;
+    // [0] version, serial number, signature algorithm, issuer, validity, subject
+    const bool versioned = !rest.empty() && rest[0] == 0xa0;
+    for (int field = versioned ? 0 : 1; field < 5; ++field) {
+        const auto element = NextElement(rest);
+        if (!element) return nullptr;
+        rest = rest.subspan(element->first.size());
+    }
+    const auto subject = NextElement(rest);
+    if (!subject) return nullptr;
+    const unsigned char* cursor = subject->first.data();
+    return d2i_X509_NAME(nullptr, &cursor, static_cast<long>(subject->first.size()));
+}
+
+} // namespace
+
+// Roots are read when a chain asks for their subject: decoding a
+// certificate's key is most of what reading one costs, and a bundle of a
+// hundred and fifty roots serves a file that needs one or two.
 struct Roots::Store {
     struct Free {
         void operator()(X509_STORE* owned) const noexcept { X509_STORE_free(owned); }
+        void operator()(X509_NAME* owned) const noexcept { X509_NAME_free(owned); }
+        void operator()(X509_LOOKUP_METHOD* owned) const noexcept { X509_LOOKUP_meth_free(owned); }
     };
+    struct Pending {
+        std::unique_ptr<X509_NAME, Free> subject;
+        std::vector<std::uint8_t> der;
+        bool added = false;
+    };
+
+    Store();
+    static int LookUp(X509_LOOKUP* lookup, X509_LOOKUP_TYPE type, const X509_NAME* name, X509_OBJECT* found);
+
+    // The store goes first, as it uses the method.
+    std::unique_ptr<X509_LOOKUP_METHOD, Free> method{X509_LOOKUP_meth_new("kestrel roots")};
     std::unique_ptr<X509_STORE, Free> store{X509_STORE_new()};
+    std::mutex lock;
+    std::vector<Pending> pending;
 };
 
 struct RootsAccess {
     static X509_STORE* Of(const Roots& roots) noexcept { return roots.store_->store.get(); }
 };
+
+// Adds the pending roots named `name` to the store, and gives the first.
+int Roots::Store::LookUp(X509_LOOKUP* lookup, X509_LOOKUP_TYPE type, const X509_NAME* name, X509_OBJECT* found)
+{
+    auto* roots = static_cast<Store*>(X509_LOOKUP_get_method_data(lookup));
+    if (type != X509_LU_X509 || roots == nullptr) return 0;
+    const std::lock_guard guard(roots->lock);
+    int matches = 0;
+    for (Pending& root : roots->pending) {
+        if (X509_NAME_cmp(root.subject.get(), name) != 0) continue;
+        const unsigned char* cursor = root.der.data();
+        X509* certificate = d2i_X509(nullptr, &cursor, static_cast<long>(root.der.size()));
+        if (certificate == nullptr) continue;
+        if (!root.added) root.added = X509_STORE_add_cert(roots->store.get(), certificate) == 1;
+        if (matches++ == 0) X509_OBJECT_set1_X509(found, certificate);
+        X509_free(certificate);
+    }
+    ERR_clear_error();
+    return matches > 0 ? 1 : 0;
+}
+
+Roots::Store::Store()
+{
+    if (method == nullptr || store == nullptr || X509_LOOKUP_meth_set_get_by_subject(method.get(), LookUp) != 1) throw std::bad_alloc();
+    X509_LOOKUP* lookup = X509_STORE_add_lookup(store.get(), method.get());
+    if (lookup == nullptr || X509_LOOKUP_set_method_data(lookup, this) != 1) throw std::bad_alloc();
+}
 
 namespace {
 
@@ -243,18 +330,32 @@ Roots Roots::FromPem(std::string_view pem)
     };
     const std::unique_ptr<BIO, BioFree> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
     if (in == nullptr || pem.size() > INT32_MAX) throw std::runtime_error("the trusted roots cannot be read");
-    int count = 0;
-    while (X509* certificate = PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr)) {
-        const int added = X509_STORE_add_cert(roots.store_->store.get(), certificate);
-        X509_free(certificate);
-        if (added != 1) break;
-        ++count;
+    bool clean = true;
+    for (;;) {
+        char* type = nullptr;
+        char* header = nullptr;
+        unsigned char* data = nullptr;
+        long size = 0;
+        if (PEM_read_bio(in.get(), &type, &header, &data, &size) != 1) break;
+        const std::string_view kind(type);
+        if (kind == PEM_STRING_X509 || kind == PEM_STRING_X509_OLD) {
+            Store::Pending root{{}, std::vector<std::uint8_t>(data, data + size)};
+            root.subject.reset(SubjectOf(root.der));
+            if (root.subject != nullptr) roots.store_->pending.push_back(std::move(root));
+            else clean = false;
+        } else {
+            clean = false;
+        }
+        OPENSSL_free(type);
+        OPENSSL_free(header);
+        OPENSSL_free(data);
+        if (!clean) break;
     }
     // An empty store would trust nothing quietly: anything but certificates is an error.
     const unsigned long last = ERR_peek_last_error();
-    const bool cleanEnd = last == 0 || ERR_GET_REASON(last) == PEM_R_NO_START_LINE;
+    clean = clean && (last == 0 || ERR_GET_REASON(last) == PEM_R_NO_START_LINE);
     ERR_clear_error();
-    if (count == 0 || !cleanEnd) throw std::runtime_error("the trusted roots are not PEM certificates");
+    if (roots.store_->pending.empty() || !clean) throw std::runtime_error("the trusted roots are not PEM certificates");
     return roots;
 }
 

@@ -140,7 +140,20 @@ TEST_F(AuthenticodeVerifier, TrustsOnlyTheRootsAndTimeGiven)
     Roots roots;
     roots.Add(der);
     EXPECT_THROW(roots.Add(std::span(der).first(der.size() - 1)), std::invalid_argument);
-    for (const Roots& given : {pem, roots}) EXPECT_EQ(Verifier(TrustSources(given)).VerifyEmbedded(material / "signed.exe").result, Result::kTrusted);
+    // The same root as a version 1 certificate (no version field, no
+    // extensions), re-signed with its key, behind another root in the text.
+    std::unique_ptr<BIO, decltype(&BIO_free)> keyFile(BIO_new_file((material / "root.key").c_str(), "r"), &BIO_free);
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
+    while (X509_get_ext_count(root.get()) > 0) X509_EXTENSION_free(X509_delete_ext(root.get(), 0));
+    ASSERT_TRUE(X509_set_version(root.get(), X509_VERSION_1) && X509_sign(root.get(), key.get(), EVP_sha256()));
+    std::unique_ptr<BIO, decltype(&BIO_free)> v1(BIO_new(BIO_s_mem()), &BIO_free);
+    ASSERT_TRUE(PEM_write_bio_X509(v1.get(), root.get()));
+    char* text = nullptr;
+    const auto length = static_cast<std::size_t>(BIO_get_mem_data(v1.get(), &text));
+    const std::string v1Pem = ReadFileBytes(material / "other-root.crt") + std::string(text, length);
+    for (const Roots& given : {pem, roots, Roots::FromPem(v1Pem)}) {
+        EXPECT_EQ(Verifier(TrustSources(given)).VerifyEmbedded(material / "signed.exe").result, Result::kTrusted);
+    }
 
     EXPECT_THROW(Roots::FromPemFile(material / "signed.exe"), std::runtime_error);
     EXPECT_THROW(Roots::FromPemFile(directory / "none.pem"), std::runtime_error);
