@@ -74,6 +74,14 @@ TEST_F(EmulatedPcTest, AMalformedFileIsAnErrorNamingTheFile)
     }
 }
 
+TEST_F(EmulatedPcTest, IntegersTakeTheWhole32BitRange)
+{
+    for (const long long edge : {2147483647LL, -2147483648LL}) {
+        WriteFileBytes(stateFile, R"({"mouse": {"speed": )" + std::to_string(edge) + "}}");
+        EXPECT_EQ(pc.IntegerAt(pc.Read(), "/mouse/speed"), edge);
+    }
+}
+
 TEST_F(EmulatedPcTest, AnUnusableLocationIsAnErrorNamingIt)
 {
     WriteFileBytes(directory / "plain-file", "x");

@@ -259,6 +259,11 @@ TEST_F(Trust, CatalogSignaturesComeFirstAndItsFailuresAreLogged)
     file.failure = {CatalogLookupFailure::Step::HashFile, 2};
     EXPECT_FALSE(Facade({kKeyB}).IsFileTrustedByListA(path.c_str()));
     EXPECT_FALSE(Facade().IsFileTrustedByWindows(path.c_str()));
+    // List B asks the place too: its signer outside the allowed places is refused.
+    for (const std::wstring other : {L"C:\\Windows\\b.exe", L"D:\\b.exe"}) {
+        files[other].embedded = {Check(0, 0, L"CN=B", Key(0xBB))};
+        EXPECT_EQ(Facade().IsFileTrustedByListB(other.c_str()), other[0] == L'C');
+    }
 }
 
 TEST_F(Trust, DropboxByCommonNameAndSameKeyAcrossFiles)

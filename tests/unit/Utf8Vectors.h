@@ -43,7 +43,7 @@ inline std::vector<Utf8Vector> Utf8DecodeVectors()
         {"last of the basic plane", "\xEF\xBF\xBF", U"\uFFFF"},
         {"stray continuation bytes", "a\x80\xBF" "b", U"a\uFFFD\uFFFDb"},
         {"never-valid lead bytes", "\xC0\xC1\xF5\xFF", U"\uFFFD\uFFFD\uFFFD\uFFFD"},
-        {"overlong two-byte", "\xC0\x80", U"\uFFFD\uFFFD"},
+        {"overlong two-byte", "\xC0\x80\xC1\xBF", U"\uFFFD\uFFFD\uFFFD\uFFFD"},
         {"overlong three-byte", "\xE0\x80\xAF", U"\uFFFD\uFFFD\uFFFD"},
         {"encoded surrogate", "\xED\xA0\x80", U"\uFFFD\uFFFD\uFFFD"},
         {"beyond U+10FFFF", "\xF4\x90\x80\x80", U"\uFFFD\uFFFD\uFFFD\uFFFD"},
