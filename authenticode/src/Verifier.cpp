@@ -69,12 +69,13 @@ struct Roots::Store {
     struct Free {
         void operator()(X509_STORE* owned) const noexcept { X509_STORE_free(owned); }
         void operator()(X509_NAME* owned) const noexcept { X509_NAME_free(owned); }
+        void operator()(X509* owned) const noexcept { X509_free(owned); }
         void operator()(X509_LOOKUP_METHOD* owned) const noexcept { X509_LOOKUP_meth_free(owned); }
     };
     struct Pending {
         std::unique_ptr<X509_NAME, Free> subject;
         std::vector<std::uint8_t> der;
-        bool added = false;
+        std::unique_ptr<X509, Free> certificate; // once decoded, and in the store
     };
 
     Store();
@@ -91,24 +92,30 @@ struct RootsAccess {
     static X509_STORE* Of(const Roots& roots) noexcept { return roots.store_->store.get(); }
 };
 
-// Adds the pending roots named `name` to the store, and gives the first.
+// Adds the roots named `name` to the store, and lends the first to the
+// caller: OpenSSL takes its own reference to what a lookup gives.
 int Roots::Store::LookUp(X509_LOOKUP* lookup, X509_LOOKUP_TYPE type, const X509_NAME* name, X509_OBJECT* found)
 {
     auto* roots = static_cast<Store*>(X509_LOOKUP_get_method_data(lookup));
     if (type != X509_LU_X509 || roots == nullptr) return 0;
     const std::lock_guard guard(roots->lock);
-    int matches = 0;
+    X509* first = nullptr;
     for (Pending& root : roots->pending) {
         if (X509_NAME_cmp(root.subject.get(), name) != 0) continue;
-        const unsigned char* cursor = root.der.data();
-        X509* certificate = d2i_X509(nullptr, &cursor, static_cast<long>(root.der.size()));
-        if (certificate == nullptr) continue;
-        if (!root.added) root.added = X509_STORE_add_cert(roots->store.get(), certificate) == 1;
-        if (matches++ == 0) X509_OBJECT_set1_X509(found, certificate);
-        X509_free(certificate);
+        if (root.certificate == nullptr) {
+            const unsigned char* cursor = root.der.data();
+            root.certificate.reset(d2i_X509(nullptr, &cursor, static_cast<long>(root.der.size())));
+            if (root.certificate == nullptr || X509_STORE_add_cert(roots->store.get(), root.certificate.get()) != 1) {
+                root.certificate.reset();
+                continue;
+            }
+        }
+        if (first == nullptr) first = root.certificate.get();
     }
     ERR_clear_error();
-    return matches > 0 ? 1 : 0;
+    if (first == nullptr || X509_OBJECT_set1_X509(found, first) != 1) return 0;
+    X509_free(first); // the reference set1 took: `found` only borrows it
+    return 1;
 }
 
 Roots::Store::Store()
@@ -339,7 +346,7 @@ Roots Roots::FromPem(std::string_view pem)
         if (PEM_read_bio(in.get(), &type, &header, &data, &size) != 1) break;
         const std::string_view kind(type);
         if (kind == PEM_STRING_X509 || kind == PEM_STRING_X509_OLD) {
-            Store::Pending root{{}, std::vector<std::uint8_t>(data, data + size)};
+            Store::Pending root{{}, std::vector<std::uint8_t>(data, data + size), {}};
             root.subject.reset(SubjectOf(root.der));
             if (root.subject != nullptr) roots.store_->pending.push_back(std::move(root));
             else clean = false;
