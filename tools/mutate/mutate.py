@@ -501,17 +501,26 @@ def plan(groups, took):
     return ordered, limits, per_test
 
 
+# With --every-test, each fault runs every test and the detail names all
+# that failed: which tests are the only ones to catch a fault.
+EVERY_TEST = False
+
+
 def run_tests(groups, limits, per_test, log_dir):
-    """'caught' with the first failing test, or 'missed'."""
+    """'caught' with the first failing test (or all of them), or 'missed'."""
+    failing = []
     for name, numbers in groups:
-        status, log = ctest(numbers, name, log_dir, "-FS", ".*", "--stop-on-failure", "--timeout", str(per_test),
+        stop = [] if EVERY_TEST else ["--stop-on-failure"]
+        status, log = ctest(numbers, name, log_dir, "-FS", ".*", *stop, "--timeout", str(per_test),
                             timeout=limits.get(name))
         if status is None:
-            return "caught", f"{name}: timed out"
-        if status != 0:
+            failing.append(f"{name}: timed out")
+        elif status != 0:
             failed = re.findall(r"^\s*\d+ - (\S+) \(", log.read_text(errors="replace"), re.M)
-            return "caught", f"{name}: {failed[0] if failed else 'failed'}"
-    return "missed", ""
+            failing += failed if EVERY_TEST and failed else [f"{name}: {failed[0] if failed else 'failed'}"]
+        if failing and not EVERY_TEST:
+            break
+    return ("caught", " ".join(failing)) if failing else ("missed", "")
 
 
 class Restorer:
@@ -644,6 +653,17 @@ def score(rows, total):
     if tried:
         own = sum(float(r[11]) for r in rows if r[0] != "gone")
         print(f"time: {total / 60:.1f} min in all, {own / tried:.0f}s per fault")
+    if EVERY_TEST:
+        # Per test: the faults it catches, and those no other test catches.
+        caught, alone = defaultdict(int), defaultdict(int)
+        for r in rows:
+            names = r[12].split() if r[0] == "caught" else []
+            for name in names:
+                caught[name] += 1
+                alone[name] += len(names) == 1
+        print("tests that catch a fault (caught, caught alone):")
+        for name in sorted(caught, key=lambda n: (-alone[n], -caught[n], n)):
+            print(f"  {alone[name]:3d} {caught[name]:3d}  {name}")
 
 
 # ------------------------------------------------------------------- replay
@@ -717,7 +737,7 @@ def replay(path, operators):
     order = sorted(range(len(sites)), key=lambda i: (sites[i].path, sites[i].index, sites[i].op, sites[i].k))
     sites = [sites[i] for i in order]
     pairs = [pairs[i] for i in order]
-    out = OUT / "replay.tsv"
+    out = OUT / ("replay-every-test.tsv" if EVERY_TEST else "replay.tsv")
     rows, total = execute(sites, out, gone_rows)
     now = {(r[2], int(r[3]), r[5], int(r[6])): r for r in rows if r[0] != "gone"}
     regressions, improvements = [], []
@@ -755,7 +775,11 @@ def main():
     parser.add_argument("--seed", default=str(DEFAULT_SEED), help=f"chooses the sites (default {DEFAULT_SEED})")
     parser.add_argument("--replay", metavar="RESULTS.tsv", help="run exactly the sites of an earlier results file")
     parser.add_argument("--list", action="store_true", help="print the chosen faults and stop")
+    parser.add_argument("--every-test", action="store_true",
+                        help="run every test for each fault and name all that fail (slower)")
     args = parser.parse_args()
+    global EVERY_TEST
+    EVERY_TEST = args.every_test
     # Also when started in the background, where SIGINT comes in ignored.
     signal.signal(signal.SIGINT, signal.default_int_handler)
     signal.signal(signal.SIGTERM, on_signal)
