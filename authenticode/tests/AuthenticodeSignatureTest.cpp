@@ -156,6 +156,12 @@ TEST_F(AuthenticodeSignature, NoChangedOrCutSignatureIsTrusted)
         for (std::size_t length = 0; length < original.size(); length += 7) {
             EXPECT_FALSE(Result::CountsAsTrusted(judged({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)})));
         }
+        // Zeros that round the entry up to eight bytes are padding; eight are not.
+        std::vector<std::uint8_t> padded = original;
+        padded.resize(original.size() + 7);
+        EXPECT_TRUE(Result::CountsAsTrusted(judged(padded))) << file;
+        padded.push_back(0);
+        EXPECT_FALSE(Result::CountsAsTrusted(judged(padded))) << file;
     }
 }
 
