@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <map>
 
 using namespace Tessel::Bridge;
@@ -176,17 +175,6 @@ protected:
         std::make_shared<PathsOnly>(), folders, [this](std::chrono::milliseconds pause) { pauses.push_back(pause); });
 };
 
-TEST(TrustTables, SubjectTextAndKeyText)
-{
-    CertificateDetails parsed;
-    ParseSubject(L"C=US\r\nS=Washington\r\nL=Red=mond\r\nO=Org\r\nOU=Unit\r\ncn=lower\r\nE=x@y\r\nCN=Name, Inc\r\nnoequals", parsed);
-    EXPECT_EQ(parsed.commonName + L"|" + parsed.organizationalUnit + L"|" + parsed.organization + L"|" + parsed.locality +
-                  L"|" + parsed.state + L"|" + parsed.country,
-              L"Name, Inc|Unit|Org|Red=mond|Washington|US");
-    EXPECT_EQ(PublicKeyText(Key(0xAB)), "30 82 01 0a 02 82 01 01 00 ab");
-    EXPECT_EQ(PublicKeyText({}), "");
-}
-
 TEST_F(Trust, EverySignatureByIndexUntilTheSecondaryCountEnds)
 {
     files[L"C:\\Windows\\a.exe"].embedded = {Check(TrustResult::kUntrustedRoot, 2, L"CN=One\r\nO=Org", Key(0xAA)),
@@ -198,20 +186,6 @@ TEST_F(Trust, EverySignatureByIndexUntilTheSecondaryCountEnds)
     EXPECT_EQ(records[0].status, TrustResult::kUntrustedRoot);
     EXPECT_EQ(records[1].publicKey, kKeyB);
     EXPECT_EQ(asked, (Texts{L"embedded 0", L"embedded 1", L"embedded 2"}));
-    EXPECT_EQ(Lines(), (Texts{L"I Security - GetSecurityCatalogInfo - File = C:\\Windows\\a.exe",
-                              L"E Security - GetSecurityCatalogInfo - Failed during CryptCATAdminEnumCatalogFromHash. Error Code = 1168",
-                              L"I Subject = CN=One\r\nO=Org", L"I Subject = CN=Three"}));
-}
-
-TEST_F(Trust, OnlyAFailedNameConversionIsASubjectError)
-{
-    SignatureCheck unreadable = Check(0, 1, L"", Key(0xAA));
-    unreadable.signer->subjectUnreadable = true;
-    files[L"C:\\a.exe"].embedded = {Check(0, 1, L"", Key(0xAA)), unreadable};
-    EXPECT_EQ(Facade().GatherCertificates(L"C:\\a.exe").size(), 2u);
-    const Texts lines = Lines(); // after the two catalog lines
-    EXPECT_EQ(Texts(lines.begin() + 2, lines.end()),
-              (Texts{L"I Subject = ", L"E Error while retrieving Subject field.", L"I Subject = "}));
 }
 
 TEST_F(Trust, WindowsTrustAndPinnedKeysMustBothHold)
@@ -266,7 +240,7 @@ TEST_F(Trust, CatalogSignaturesComeFirstAndItsFailuresAreLogged)
     }
 }
 
-TEST_F(Trust, DropboxByCommonNameAndSameKeyAcrossFiles)
+TEST_F(Trust, DropboxByExactCommonNameAndWindowsTrust)
 {
     const std::wstring path = L"C:\\Program Files\\Dropbox\\d.exe";
     files[path].embedded = {Check(TrustResult::kUntrustedRoot, 1, L"CN=Dropbox, Inc.", Key(1)),
@@ -281,13 +255,6 @@ TEST_F(Trust, DropboxByCommonNameAndSameKeyAcrossFiles)
     EXPECT_FALSE(Facade().IsDropboxFileTrusted(path.c_str()));
     EXPECT_EQ(Lines(), (Texts{L"I Starting validation of Dropbox file.", L"I Subject = CN=Dropbox, Inc",
                               L"E Dropbox file is not trusted by windows."}));
-
-    // Two certificates, one key; no trust test takes part.
-    files[L"C:\\one.exe"].embedded = {Check(TrustResult::kUntrustedRoot, 0, L"CN=One", Key(7))};
-    files[L"D:\\two.exe"].embedded = {Check(0, 1, L"CN=Two", Key(8)), Check(0, 1, L"CN=Three", Key(7))};
-    EXPECT_TRUE(Facade().AreSignedBySameKey(L"C:\\one.exe", L"D:\\two.exe"));
-    EXPECT_FALSE(Facade().AreSignedBySameKey(L"C:\\one.exe", L"D:\\unsigned.exe"));
-    EXPECT_FALSE(Facade().AreSignedBySameKey(nullptr, L"D:\\two.exe"));
 }
 
 TEST_F(Trust, AllowedPlacesLogEveryMissBeforeTheirVerdict)
@@ -400,24 +367,6 @@ TEST(TrustPatterns, TraversalGuardPatterns)
         EXPECT_EQ(TesselAuthenticodeHelper::IsAbsoluteOrVariablePath(row.value), row.absoluteOrVariable) << row.value;
         EXPECT_EQ(TesselAuthenticodeHelper::HasParentDirectoryStep(row.value), row.parent) << row.value;
     }
-}
-
-// Callers hold the base; its operations keep their places in the table.
-TEST(TrustFacadeLayout, OperationsInSlotOrder)
-{
-    const auto slot = [](auto member) {
-        std::uintptr_t raw = 0;
-        std::memcpy(&raw, &member, sizeof raw);
-        return (raw - 1) / sizeof(void*); // a virtual member's offset in the table, plus one
-    };
-    using Base = TesselAuthenticodeFacadeBase;
-    EXPECT_EQ(slot(&Base::IsFileTrustedByListA), 0u);
-    EXPECT_EQ(slot(&Base::IsFileTrustedByListB), 1u);
-    EXPECT_EQ(slot(&Base::IsDropboxFileTrusted), 2u);
-    EXPECT_EQ(slot(&Base::IsFileTrustedByWindows), 3u);
-    EXPECT_EQ(slot(&Base::AreSignedBySameKey), 4u);
-    EXPECT_EQ(slot(&Base::IsPathAllowed), 5u);
-    EXPECT_EQ(slot(&Base::IsHostProcessAllowed), 6u);
 }
 
 } // namespace
