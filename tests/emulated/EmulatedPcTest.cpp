@@ -33,15 +33,6 @@ void SetMouseSpeed(State& state, int speed)
 
 } // namespace
 
-TEST_F(EmulatedPcTest, FieldsThisProgramDoesNotKnowSurviveAnUpdate)
-{
-    WriteFileBytes(stateFile, R"({"version": 1, "laterArea": {"x": [1, 2]}, "mouse": {"speed": 3}})");
-    pc.Update([](State& state) { SetMouseSpeed(state, 9); });
-    const State saved = State::parse(ReadFileBytes(stateFile));
-    EXPECT_EQ(saved["laterArea"], State::parse(R"({"x": [1, 2]})"));
-    EXPECT_EQ(saved["mouse"]["speed"], 9);
-}
-
 TEST_F(EmulatedPcTest, AChangeThatThrowsSavesNothing)
 {
     EXPECT_THROW(pc.Update([](State& state) {

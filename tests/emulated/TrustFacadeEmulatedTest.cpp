@@ -1,4 +1,4 @@
-// The trust facade over the emulated PC with real signed files: the PC's
+// The trust facade and the PC's verifier with real signed files: the PC's
 // roots, catalogs, drives and environment, and many threads asking at once.
 // The places and store folders through the installed package are in
 // tests/consumer/ConsumerTrust.cpp.
@@ -98,6 +98,10 @@ TEST_F(TrustOnPc, ACatalogSignerIsPinnedForAFileWithNoSignature)
     EXPECT_EQ(Count(L"I Security - GetSecurityCatalogInfo - File = C:\\Program Files\\Vendor\\unsigned.exe"), 1u);
     EXPECT_EQ(Count(L"I Subject = C=US\r\nS=Washington\r\nL=Redmond\r\nO=Kestrel Test\r\nOU=Release\r\nCN=Kestrel Test leaf"), 1u);
     EXPECT_TRUE(Facade({}).IsFileTrustedByWindows(app.c_str()));
+    // Changed bytes are listed by no catalog.
+    WriteFileBytes(directory / "drive-c" / "Program Files" / "Vendor" / "unsigned.exe", "changed");
+    EXPECT_FALSE(Facade({}).IsFileTrustedByWindows(L"c:\\program files\\VENDOR\\unsigned.exe"));
+    EXPECT_EQ(Count(L"E Security - GetSecurityCatalogInfo - Failed during CryptCATAdminEnumCatalogFromHash. Error Code = 1168"), 1u);
 }
 
 // Every file of the table is signed but "App.exe.", which only "\\?\" reaches.

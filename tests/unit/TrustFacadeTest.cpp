@@ -175,19 +175,6 @@ protected:
         std::make_shared<PathsOnly>(), folders, [this](std::chrono::milliseconds pause) { pauses.push_back(pause); });
 };
 
-TEST_F(Trust, EverySignatureByIndexUntilTheSecondaryCountEnds)
-{
-    files[L"C:\\Windows\\a.exe"].embedded = {Check(TrustResult::kUntrustedRoot, 2, L"CN=One\r\nO=Org", Key(0xAA)),
-                                             Check(TrustResult::kBadDigest, 2, L"CN=Two", Key(0xBB)),
-                                             Check(TrustResult::kExpired, 2, L"CN=Three", Key(0xBB))};
-    const auto records = Facade().GatherCertificates(L"C:\\Windows\\a.exe");
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].commonName + L"/" + records[1].commonName, L"One/Three");
-    EXPECT_EQ(records[0].status, TrustResult::kUntrustedRoot);
-    EXPECT_EQ(records[1].publicKey, kKeyB);
-    EXPECT_EQ(asked, (Texts{L"embedded 0", L"embedded 1", L"embedded 2"}));
-}
-
 TEST_F(Trust, WindowsTrustAndPinnedKeysMustBothHold)
 {
     const std::wstring path = L"C:\\Windows\\a.exe";
@@ -201,8 +188,10 @@ TEST_F(Trust, WindowsTrustAndPinnedKeysMustBothHold)
     EXPECT_EQ(Lines().back(), yesNo.back());
     EXPECT_TRUE(trusted({Check(TrustResult::kExpired, 0, L"CN=E", Key(0xAA))}, {kKeyA}));
     EXPECT_EQ(Lines().back(), L"I Security - IsFileTrusted - trusted by windows = yes, trusted by Lattice = yes");
-    // The second signature is the pinned one.
-    EXPECT_TRUE(trusted({Check(0, 1, L"CN=1", Key(0xBB)), Check(0, 1, L"CN=2", Key(0xAA))}, {kKeyA}));
+    // The last signature is the pinned one; a changed file's signer gives no record.
+    EXPECT_TRUE(trusted({Check(0, 2, L"CN=1", Key(0xBB)), Check(TrustResult::kBadDigest, 2, L"CN=2", Key(0xBB)),
+                         Check(0, 2, L"CN=3", Key(0xAA))}, {kKeyA}));
+    EXPECT_FALSE(trusted({Check(0, 1, L"CN=1", Key(0xBB)), Check(TrustResult::kBadDigest, 1, L"CN=2", Key(0xAA))}, {kKeyA}));
     EXPECT_FALSE(trusted({Check(0, 0, L"CN=1", Key(0xAA))}, {"30 82 01 0A 02 82 01 01 00 AA"}));
     EXPECT_EQ(Lines().back(), L"I Security - IsFileTrusted - trusted by windows = yes, trusted by Lattice = no");
     // No record, or no key to compare: no verdict line.
