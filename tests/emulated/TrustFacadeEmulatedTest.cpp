@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <functional>
 #include <map>
 #include <thread>
 
@@ -159,7 +160,7 @@ protected:
 
 using Trust = TrustOnPc;
 
-// Which signatures count, and the log lines, are TrustFacadeTest's over
+// Which signatures count, and the log lines, are the Trust cases' over
 // scripted records; here the records of real signatures.
 TEST_F(TrustOnPc, TheKeyTextsAndSubjectOfRealSigners)
 {

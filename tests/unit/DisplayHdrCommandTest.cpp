@@ -67,6 +67,7 @@ TEST(DisplayHdr, TheLastQualifyingDisplayIsReadEveryOneSwitchedAndAFailureStopsT
         const char* log;
         bool readFails = false;
     } rows[] = {
+        {{{kOff}}, L"IsHDRSupported", L"", "-1", "list ", true},
         {{{kOff}}, L"GetHDROnOff", L"", "-1", "list ", true},
         {{{kOff}}, L"SetHDROnOff", L"1", "0", "list ", true},
         {mixed, L"IsHDRSupported", L"", "1", "list query0 "},
