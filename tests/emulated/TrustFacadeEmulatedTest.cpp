@@ -160,20 +160,7 @@ protected:
 
 using Trust = TrustOnPc;
 
-// Which signatures count, and the log lines, are the Trust cases' over
-// scripted records; here the records of real signatures.
-TEST_F(TrustOnPc, TheKeyTextsAndSubjectOfRealSigners)
-{
-    // A 2048-bit and a 3072-bit signer's key text, as openssl writes the DER.
-    const auto records = Facade({}).GatherCertificates(Place("nested3072.exe", "Program Files/T").c_str());
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].publicKey, KeyText("leaf"));
-    EXPECT_EQ(records[0].publicKey.size(), 809u);
-    EXPECT_EQ(records[1].publicKey, KeyText("leaf3072"));
-    EXPECT_EQ(records[1].publicKey.size(), 1193u);
-    EXPECT_EQ(records[0].commonName + L"|" + records[0].organizationalUnit + L"|" + records[0].state, L"Kestrel Test leaf|Release|Washington");
-}
-
+// Real signers' key texts must equal openssl's (KeyText) for list A to pin them.
 TEST_F(TrustOnPc, ACatalogSignerIsPinnedForAFileWithNoSignature)
 {
     const std::wstring tag = [&] {
