@@ -21,7 +21,7 @@ using Platform::Emulated::State;
 
 namespace {
 
-int Run(std::vector<std::string>& words, std::wostringstream& out)
+int Run(const std::vector<std::string>& words, std::wostringstream& out)
 {
     std::vector<const char*> argv;
     for (const std::string& word : words) argv.push_back(word.c_str());
