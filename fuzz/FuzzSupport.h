@@ -1,6 +1,6 @@
 #pragma once
-// The one harness of the fuzz targets: findings, input parts, and commands run
-// on an emulated PC whose state file the input gives.
+// The one harness of the fuzz targets: findings, input parts, and runs on an
+// emulated PC whose state file the input gives.
 
 #include "platform/emulated/EmulatedPc.h"
 
@@ -8,13 +8,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include <stdlib.h>
 #include <unistd.h>
@@ -33,42 +31,30 @@ inline void Require(bool holds, const char* property)
     }
 }
 
-// Latin-1 bytes as wide text.
-inline std::wstring Wide(const std::string& bytes)
-{
-    return std::wstring(bytes.begin(), bytes.end());
-}
-
 // The zero-separated parts of an input, in order; empty ones past its end.
 class InputParts {
 public:
-    InputParts(const std::uint8_t* data, std::size_t size)
-        : at_(reinterpret_cast<const char*>(data)), end_(at_ + size) {}
+    InputParts(const std::uint8_t* data, std::size_t size) : text_(reinterpret_cast<const char*>(data), size) {}
 
     std::string Next()
     {
-        const char* zero = static_cast<const char*>(std::memchr(at_, '\0', static_cast<std::size_t>(end_ - at_)));
-        const char* stop = zero != nullptr ? zero : end_;
-        std::string part(at_, stop);
-        at_ = zero != nullptr ? zero + 1 : end_;
+        const std::size_t zero = std::min(text_.find('\0', at_), text_.size());
+        std::string part = text_.substr(at_, zero - at_);
+        at_ = std::min(zero + 1, text_.size());
         return part;
     }
-
-    // Everything not yet taken, zero bytes included.
-    std::string Rest() { return std::string(std::exchange(at_, end_), end_); }
-
-    bool AtEnd() const { return at_ == end_; }
+    std::string Rest() { return text_.substr(std::exchange(at_, text_.size())); } // zero bytes included
+    bool AtEnd() const { return at_ == text_.size(); }
 
 private:
-    const char* at_;
-    const char* end_;
+    std::string text_;
+    std::size_t at_ = 0;
 };
 
 inline std::string FileBytes(const std::filesystem::path& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream bytes;
-    bytes << in.rdbuf();
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
     return bytes.str();
 }
 
@@ -81,60 +67,32 @@ inline const std::filesystem::path& StateFile()
         const auto base = std::filesystem::is_directory(shm) ? shm : std::filesystem::temp_directory_path();
         const auto directory = base / ("kestrel-fuzz-" + std::to_string(::getpid()));
         std::filesystem::create_directories(directory);
-        std::filesystem::remove(directory / "pc.json");
         ::setenv("KESTREL_EMULATED_PC", (directory / "pc.json").c_str(), 1);
         return directory / "pc.json";
     }();
     return file;
 }
 
-// The state file with exactly these bytes; no bytes is no file, the default PC.
-inline void UseState(const std::string& bytes)
-{
-    if (bytes.empty()) {
-        std::filesystem::remove(StateFile());
-        return;
-    }
-    std::ofstream(StateFile(), std::ios::binary | std::ios::trunc) << bytes;
-}
-
-// Whatever a run did, the state file must still read as a PC.
-inline void RequireReadable()
-{
-    try {
-        EmulatedPc(StateFile()).Read();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-        Require(false, "the state file stays whole and readable");
-    }
-}
-
-// The documented abnormal ends of a command: a value that is no number.
-inline bool IsDocumentedEnd(const std::exception& e)
-{
-    if (dynamic_cast<const std::invalid_argument*>(&e) != nullptr) return std::strcmp(e.what(), "invalid stoi argument") == 0;
-    if (dynamic_cast<const std::out_of_range*>(&e) != nullptr) return std::strcmp(e.what(), "stoi argument out of range") == 0;
-    return false;
-}
-
-// Runs a command on the PC whose state file holds `state`: it must end with a
-// result or one of the documented errors (anything else reaches libFuzzer as
-// a finding). False after the malformed-file error, which must leave the file
-// byte-identical; otherwise a file the run wrote must read back as a PC.
+// Runs `command` on the PC whose state file holds `state` (no bytes: no file,
+// the default PC). It must end with a result or a documented error: a value
+// that is no number, or the malformed-file error, which leaves the file
+// byte-identical (then false). A file the run wrote must read back as a PC.
 template <typename Command>
 bool RunOnPc(const std::string& state, Command command)
 {
-    UseState(state);
+    std::filesystem::remove(StateFile());
+    if (!state.empty()) std::ofstream(StateFile(), std::ios::binary) << state;
     try {
         command();
     } catch (const EmulatedPcError& e) {
-        Require(std::string(e.what()).find("is malformed") != std::string::npos, "only the malformed-file error");
+        Require(std::strstr(e.what(), "is malformed") != nullptr, "only the malformed-file error");
         Require(FileBytes(StateFile()) == state, "a malformed file is left byte-identical");
         return false;
     } catch (const std::logic_error& e) {
-        Require(IsDocumentedEnd(e), "only the documented errors end a run");
+        Require(std::strcmp(e.what(), "invalid stoi argument") == 0 || std::strcmp(e.what(), "stoi argument out of range") == 0,
+                "only the documented errors end a run");
     }
-    if (std::filesystem::exists(StateFile()) && FileBytes(StateFile()) != state) RequireReadable();
+    if (std::filesystem::exists(StateFile()) && FileBytes(StateFile()) != state) EmulatedPc(StateFile()).Read();
     return true;
 }
 

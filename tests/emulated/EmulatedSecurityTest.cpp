@@ -24,18 +24,6 @@ protected:
 
 } // namespace
 
-TEST_F(EmulatedSecurity, PathsExpandInTheCallersEnvironmentInsideACallAndOursOutside)
-{
-    KestrelTest::WriteFileBytes(directory / "pc.json", R"({"environment": {"variables": {"LOCALAPPDATA": "C:\\Ours"}}})");
-    Server::Services::UtilHelper helper;
-    EXPECT_EQ(helper.GetFullExpandedPath(L"%SystemRoot%\\System32\\..\\notepad.exe", 5), L"C:\\Windows\\notepad.exe");
-    {
-        const ServedCall call(5120);
-        EXPECT_EQ(helper.GetFullExpandedPath(L"%LOCALAPPDATA%/x", 5), L"C:\\Users\\kestrel\\AppData\\Local\\x"); // the caller's own
-        EXPECT_EQ(helper.GetFullExpandedPath(L"%windir%\\x", 5), L"C:\\Windows\\x"); // the system's, which the caller's lacks
-    }
-}
-
 // Server threads serve calls from different clients at once through one helper
 // (its known-process map unchanged meanwhile): each sees only its own caller.
 TEST_F(EmulatedSecurity, ConcurrentCallsEachIdentifyTheirOwnCaller)

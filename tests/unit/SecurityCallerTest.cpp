@@ -29,7 +29,6 @@ struct FakeCaller : Platform::ICallerPlatform {
     std::int32_t nameStatus = 0;
     std::wstring family = L"7C3E9B10.Umbrano_r7w2k9d4m1q8z";
     NativeHandle token = Handle(0x30);
-    bool expandsForUser = true;
     std::wstring expansion = L"C:\\Users\\client\\x";
     std::uint32_t error = 0;
     std::vector<std::string> calls;
@@ -79,18 +78,14 @@ struct FakeCaller : Platform::ICallerPlatform {
     }
     bool ExpandForUser(NativeHandle, const wchar_t*, wchar_t* destination, std::uint32_t size) override
     {
-        if (!expandsForUser || expansion.size() >= size) return false;
+        if (expansion.size() >= size) return false;
         std::wcscpy(destination, expansion.c_str());
         return true;
     }
     std::uint32_t ExpandInProcess(const wchar_t*, wchar_t*, std::uint32_t) override { return 0; }
     std::uint32_t FullPath(const wchar_t* path, std::uint32_t size, wchar_t* buffer) override
     {
-        if (*path == L'\0') {
-            error = 123;
-            return 0;
-        }
-        const std::wstring text = path[1] == L':' ? std::wstring(path) : L"C:\\work\\" + std::wstring(path);
+        const std::wstring text = path;
         if (text.size() >= size) return static_cast<std::uint32_t>(text.size() + 1);
         std::wcscpy(buffer, text.c_str());
         return static_cast<std::uint32_t>(text.size());

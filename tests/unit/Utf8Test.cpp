@@ -7,16 +7,12 @@
 namespace Utf8 = Tessel::Bridge::Platform::Utf8;
 using KestrelTest::FromCodePoints;
 
+// Well-formed text also encodes back to its bytes (surrogate pairs where
+// wchar_t has 16 bits).
 TEST(Utf8, DecodesEveryVectorAsUnicodeRecommends)
 {
     for (const auto& vector : KestrelTest::Utf8DecodeVectors()) {
         EXPECT_EQ(Utf8::Decode(vector.bytes), FromCodePoints(vector.expected)) << vector.name;
-    }
-}
-
-TEST(Utf8, EncodingWellFormedTextGivesTheBytesBack)
-{
-    for (const auto& vector : KestrelTest::Utf8DecodeVectors()) {
         if (vector.expected.find(U'\uFFFD') != std::u32string::npos) continue;
         EXPECT_EQ(Utf8::Encode(FromCodePoints(vector.expected)), vector.bytes) << vector.name;
     }
@@ -32,10 +28,4 @@ TEST(Utf8, UnencodableWideCharactersBecomeReplacementCharacters)
     if constexpr (sizeof(wchar_t) == 4) {
         EXPECT_EQ(Utf8::Encode(std::wstring(1, static_cast<wchar_t>(0x110000))), replacement);
     }
-}
-
-TEST(Utf8, EmptyTextStaysEmpty)
-{
-    EXPECT_EQ(Utf8::Decode(""), L"");
-    EXPECT_EQ(Utf8::Encode(L""), "");
 }
