@@ -57,6 +57,7 @@ int RunConsumerChecks(bool askForTheCaller)
     Check(Win32Exempt(client), "desktop client at 8.9 exempt");
     Check(client->name == L"kbdagentuwp", "desktop client's name lower-cased");
     Check(!Win32Exempt(std::make_shared<Server::Win32::Win32Information>(L"KbdAgentUwp", 8, 10)), "desktop client at 8.10 not exempt");
+    Check(!Win32Exempt(nullptr), "no client, no exemption");
 
     try {
         Security::BridgeAccessManager().IsWin32Exempt();
