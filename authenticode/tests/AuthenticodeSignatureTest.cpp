@@ -136,32 +136,16 @@ TEST_F(AuthenticodeSignature, OnlyAValidCountersignatureMovesTheTime)
     }
 }
 
-TEST_F(AuthenticodeSignature, NoChangedOrCutSignatureIsTrusted)
+// A changed or cut signature is the verifier's test, on every byte of a signed file.
+TEST_F(AuthenticodeSignature, ZerosUpToTheNextEightBytesArePaddingAndNoMore)
 {
-    for (const char* file : {"signed.p7", "expired.p7"}) {
-        const std::vector<std::uint8_t> original = Read(file);
-        const std::vector<std::uint8_t> digest = SignatureSet::Parse(original)->Claimed(0)->value;
-        const auto judged = [&](const std::vector<std::uint8_t>& bytes) {
-            const auto set = SignatureSet::Parse(bytes);
-            return set ? Judge(*set, 0, &digest).result : Result::kNoSignature;
-        };
-        ASSERT_TRUE(Result::CountsAsTrusted(judged(original))) << file;
-        for (std::size_t i = 0; i < original.size(); ++i) {
-            for (const int change : {0x01, 0x80}) {
-                std::vector<std::uint8_t> bytes = original;
-                bytes[i] = static_cast<std::uint8_t>(bytes[i] ^ change);
-                EXPECT_FALSE(Result::CountsAsTrusted(judged(bytes))) << file << " byte " << i << " ^ " << change;
-            }
-        }
-        for (std::size_t length = 0; length < original.size(); length += 7) {
-            EXPECT_FALSE(Result::CountsAsTrusted(judged({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)})));
-        }
-        // Zeros that round the entry up to eight bytes are padding; eight are not.
-        std::vector<std::uint8_t> padded = original;
-        padded.resize(original.size() + 7);
-        EXPECT_TRUE(Result::CountsAsTrusted(judged(padded))) << file;
-        padded.push_back(0);
-        EXPECT_FALSE(Result::CountsAsTrusted(judged(padded))) << file;
+    const std::vector<std::uint8_t> original = Read("signed.p7");
+    const std::vector<std::uint8_t> digest = SignatureSet::Parse(original)->Claimed(0)->value;
+    std::vector<std::uint8_t> padded = original;
+    for (const std::size_t zeros : {std::size_t{7}, std::size_t{8}}) {
+        padded.resize(original.size() + zeros);
+        const auto set = SignatureSet::Parse(padded);
+        EXPECT_EQ(set && Judge(*set, 0, &digest).result == Result::kTrusted, zeros < 8) << zeros;
     }
 }
 
