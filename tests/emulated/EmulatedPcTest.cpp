@@ -92,14 +92,3 @@ TEST_F(EmulatedPcTest, ConcurrentUpdatesLoseNothing)
     EXPECT_EQ(pc.Read()["counter"], kThreads * kIncrements);
     EXPECT_EQ(FileNamesIn(directory.Path()), (std::vector<std::string>{"pc.json", "pc.json.lock"}));
 }
-
-TEST(EmulatedPcLocation, AnEmptyNameAndARelativeXdgDirectoryFallBackToHome)
-{
-    const ScopedEnvironment home("HOME", "/home/someone");
-    {
-        // An empty name and a relative XDG directory do not count.
-        const ScopedEnvironment named("KESTREL_EMULATED_PC", "");
-        const ScopedEnvironment state("XDG_STATE_HOME", "relative/state");
-        EXPECT_EQ(EmulatedPc::StateFileFromEnvironment(), "/home/someone/.local/state/kestrel/emulated-pc.json");
-    }
-}
