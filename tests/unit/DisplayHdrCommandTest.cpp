@@ -33,7 +33,6 @@ public:
     {
         const FakeDisplay& display = displays.at(target.targetId);
         log += "query" + std::to_string(target.targetId) + " ";
-        if (flags != 0) log += "(flags not zeroed) ";
         if (!display.queryWritesNothing) flags = display.flags;
         return !display.queryFails;
     }
