@@ -65,17 +65,4 @@ TEST_F(EmulatedFolderSecurity, AccountsAreTheBuiltInOnesAsTheFileChangesThem)
     EXPECT_EQ(account.domain + L"\\" + account.name, L"KESTREL-PC\\Administrator");
 }
 
-TEST_F(EmulatedFolderSecurity, AMalformedEntryEndsTheRunWhicheverOneIsAsked)
-{
-    for (const std::string entry : {R"(5)", R"({"owner": "SYSTEM"})", R"({"dacl": {}})", R"({"dacl": [{"type": 2, "mask": 1}]})",
-                                    R"({"dacl": [{"type": 0, "mask": 4294967296, "sid": "S-1-5-18"}]})"}) {
-        UseState(R"({"folderSecurity": {"C:\\X": )" + entry + "}}");
-        EXPECT_THROW(security->ReadFolderSecurity(L"C:\\WindowsApps", read), Emulated::EmulatedPcError) << entry;
-    }
-    for (const char* accounts : {R"({"accounts": {"S-1-5-9": ["NT AUTHORITY"]}})", R"({"accounts": {"bogus": ["a", "b"]}})"}) {
-        UseState(accounts);
-        EXPECT_THROW(security->LookupAccount(L"S-1-5-18", account), Emulated::EmulatedPcError) << accounts;
-    }
-}
-
 } // namespace
