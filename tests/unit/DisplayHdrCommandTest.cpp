@@ -64,11 +64,10 @@ TEST(DisplayHdr, TheLastQualifyingDisplayIsReadEveryOneSwitchedAndAFailureStopsT
         {{{kOff}}, L"GetHDROnOff", L"", "-1", "list ", true},
         {{{kOff}}, L"SetHDROnOff", L"1", "0", "list ", true},
         {mixed, L"IsHDRSupported", L"", "1", "list query0 "},
-        {mixed, L"GetHDROnOff", L"", "0", "list query0 query1 query2 query3 "},
         {mixed, L"SetHDROnOff", L"1", "1", "list query0 query1 query2 set2on query3 "},
         {mixed, L"SetHDROnOff", L"0", "1", "list query0 set0off query1 query2 query3 "},
         {{{kEnforced}, {AdvancedColor::kEnabled}}, L"GetHDROnOff", L"", "-1", "list query0 query1 "},
-        // A failed query drops what earlier displays said.
+        // A failed query drops what earlier displays said, and ends a switch walk.
         {{{kOff}, {kOn, true}, {kOff}}, L"GetHDROnOff", L"", "-1", "list query0 query1 "},
         {{{kOff}, {kOn, true}, {kOff}}, L"SetHDROnOff", L"2", "1", "list query0 set0on query1 "},
         // Each query starts from a zeroed word: one that writes none reads as no support.
