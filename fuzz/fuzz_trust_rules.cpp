@@ -1,6 +1,5 @@
 // The trust rules' text inputs: a signer's subject, or a host's command line
 // for the two argument validators. Input: a selector byte, then Latin-1 text.
-// (The path patterns are a table in TrustFacadeEmulatedTest.)
 #include "FuzzSupport.h"
 
 #include "security/trust/CertificateDetails.h"
