@@ -22,6 +22,7 @@ struct RecordedCaller : Platform::ICallerPlatform {
     std::shared_ptr<Platform::ICallerPlatform> pc = Platform::CreateCallerPlatform();
     Calls calls;
     bool nameFails = false;
+    bool expandFails = false; // after writing part of the text, as a too-small buffer can
 
     std::int32_t QueryCallClientProcessId(std::uint32_t& id) override { return pc->QueryCallClientProcessId(id); }
     NativeHandle OpenProcessById(std::uint32_t access, std::uint32_t id) override
@@ -50,7 +51,10 @@ struct RecordedCaller : Platform::ICallerPlatform {
         return nameFails && name != nullptr ? 87 : pc->PackageFamilyName(process, length, name);
     }
     NativeHandle OpenToken(NativeHandle process, std::uint32_t access) override { return pc->OpenToken(process, access); }
-    bool ExpandForUser(NativeHandle token, const wchar_t* from, wchar_t* to, std::uint32_t size) override { return pc->ExpandForUser(token, from, to, size); }
+    bool ExpandForUser(NativeHandle token, const wchar_t* from, wchar_t* to, std::uint32_t size) override
+    {
+        return pc->ExpandForUser(token, from, to, size) && !expandFails;
+    }
     std::uint32_t ExpandInProcess(const wchar_t* from, wchar_t* to, std::uint32_t size) override { return pc->ExpandInProcess(from, to, size); }
     std::uint32_t FullPath(const wchar_t* path, std::uint32_t size, wchar_t* buffer) override { return pc->FullPath(path, size, buffer); }
     std::uint32_t LastError() override { return pc->LastError(); }
@@ -112,6 +116,11 @@ TEST_F(EmulatedSecurity, PathsExpandInTheCallersEnvironmentInsideACallAndOursOut
         const ServedCall call(5120);
         EXPECT_EQ(util.GetFullExpandedPath(L"%USERPROFILE%\\x", 3), L"C:\\Users\\kestrel\\x");
         EXPECT_EQ(platform->calls, (Calls{"open 2097151", "close", "close"}));
+    }
+    platform->expandFails = true;
+    {
+        const ServedCall call(5120);
+        EXPECT_EQ(util.GetFullExpandedPath(L"%USERPROFILE%\\x", 3), L""); // no part of a failed expansion is used
     }
     sink->Clear();
     {
