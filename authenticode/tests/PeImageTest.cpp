@@ -113,20 +113,15 @@ TEST(PeImage, BothFormatsLeaveOutExactlyChecksumEntryAndTable)
     EXPECT_EQ(Sha256Of(bare, *layout), Evp(EVP_sha256(), kept));
 }
 
-TEST(PeImage, ListsEntriesAndRefusesMalformedOnes)
+// How accepted entries tile the table is the fuzz target's property; here the refusals.
+TEST(PeImage, TheSignatureIsTheFirstSignedDataEntryAndMalformedEntriesAreRefused)
 {
     Bytes table = Entry(3, 0x11);
     const Bytes second = Entry(9, 0x22);
     table.insert(table.end(), second.begin(), second.end());
     const auto entries = ListCertificates(table);
-    ASSERT_TRUE(entries);
-    ASSERT_EQ(entries->size(), 2u);
-    EXPECT_EQ(entries->at(0).revision, kCertificateRevision2);
-    EXPECT_EQ(entries->at(0).type, kCertificateTypePkcsSignedData);
-    EXPECT_EQ(Bytes(entries->at(0).content.begin(), entries->at(0).content.end()), Bytes(3, 0x11));
-    EXPECT_EQ(entries->at(1).offset, 16u);
-    EXPECT_EQ(Bytes(entries->at(1).content.begin(), entries->at(1).content.end()), Bytes(9, 0x22));
-    // The signature is the first SignedData entry; one of revision 1.0 is none.
+    ASSERT_TRUE(entries && entries->size() == 2);
+    // One of revision 1.0 is no signature.
     std::vector<CertificateEntry> kinds{{0, kCertificateRevision2, 1, {}}, entries->at(0), entries->at(1)};
     EXPECT_EQ(AuthenticodeEntry(kinds), &kinds[1]);
     kinds[1].revision = 0x0100;
