@@ -91,16 +91,6 @@ TEST_F(AuthenticodeVerifier, NoChangedByteOrCutOfASignedFileIsTrusted)
     });
 }
 
-TEST_F(AuthenticodeVerifier, NestedSignaturesAreFoundByIndex)
-{
-    const Signature nested = verifier.VerifyEmbedded(material / "nested.exe", 1);
-    EXPECT_EQ(nested.result, Result::kTrusted);
-    EXPECT_EQ(nested.secondarySignatures, 1u);
-    EXPECT_EQ(nested.digestAlgorithm, "sha256");
-    EXPECT_EQ(verifier.VerifyEmbedded(material / "nested.exe", 0).digestAlgorithm, "sha1");
-    EXPECT_EQ(Verify(material / "nested.exe", 2), Result::kNoIndex);
-}
-
 TEST_F(AuthenticodeVerifier, PathsAndBytesGetTheSameAnswers)
 {
     const std::string tag = ReadFileBytes(material / "unsigned.tag").substr(0, 64);
