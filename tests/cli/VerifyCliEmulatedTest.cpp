@@ -48,18 +48,6 @@ TEST_F(VerifyCli, GivesWindowsCodesAndTrustForEachFile)
     }
 }
 
-TEST_F(VerifyCli, RefusesBadUsage)
-{
-    const std::string file = (material / "signed.exe").string();
-    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-             {file, "--catalogs"}, {"--root", file}, {"--roots", (directory / "none.pem").string(), file}, {"--roots", file, file}}) {
-        const ProcessResult result = Verify(words);
-        EXPECT_EQ(result.exitStatus, 2) << ::testing::PrintToString(words);
-        EXPECT_EQ(result.out, "");
-        EXPECT_NE(result.err, "");
-    }
-}
-
 // What Wine's WinTrust does not give (docs/kestrelverify.md): the accepted
 // timestamp and a nested signature's own digest; and names no Windows file
 // could have.

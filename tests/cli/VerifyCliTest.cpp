@@ -72,6 +72,11 @@ const struct {
     {{}, 2, "", "no file to verify"},
     {{"-x", "{S}"}, 2, "", "unknown option -x"},
     {{"{S}", "--roots"}, 2, "", "--roots needs a value"},
+    {{"{S}", "--catalogs"}, 2, "", "--catalogs needs a value"},
+    {{"--root", "{S}"}, 2, "", "unknown option --root"},
+    // Roots that cannot be read or are no certificates (which Wine refuses as any roots).
+    {{"--roots", "{M}", "{S}"}, 2, "", "KestrelVerify: "},
+    {{"--roots", "{S}", "{S}"}, 2, "", "KestrelVerify: "},
     {{"-j", "0", "{S}"}, 2, "", "-j needs a number"},
     {{"-j257", "{S}"}, 2, "", "-j needs a number"},
     {{"{D}"}, 2, "", "{D} is a directory"},
