@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <optional>
 
 using namespace KestrelTest;
@@ -24,30 +22,30 @@ enum class ValueUse {
 };
 
 // Wine does not keep some settings faithfully: such a function's accepted
-// values are run on the host only, its refusals everywhere.
-enum class UnderWine { Everything, RefusalsOnly };
+// values are run on the host only, its refusals everywhere. The prefix has no
+// camera, whose absence ends a Camera run before its value is read.
+enum class UnderWine { Everything, RefusalsOnly, Nothing };
 
 struct FunctionRow {
     const char* category;
     const char* function;
     ValueUse value;
     UnderWine wine = UnderWine::Everything;
-    const char* unknownFunction = ""; // the category's answer to a word it does not know
 };
 
 const FunctionRow kFunctions[] = {
-    {"Camera", "IsZoomSupported", ValueUse::Ignored},
-    {"Camera", "GetZoom", ValueUse::Ignored},
-    {"Camera", "SetZoom", ValueUse::Number},
-    {"Camera", "IsBlurSupported", ValueUse::Ignored},
-    {"Camera", "GetBlurOnOff", ValueUse::Ignored},
-    {"Camera", "SetBlurOnOff", ValueUse::Number},
-    {"Camera", "IsAutoFrameSupported", ValueUse::Ignored},
-    {"Camera", "GetAutoFrameOnOff", ValueUse::Ignored},
-    {"Camera", "SetAutoFrameOnOff", ValueUse::Number},
-    {"Camera", "GetBrightness", ValueUse::Ignored},
-    {"Camera", "SetBrightness", ValueUse::Number},
-    {"Camera", "IsCameraSupported", ValueUse::Ignored},
+    {"Camera", "IsZoomSupported", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "GetZoom", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetZoom", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "IsBlurSupported", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "GetBlurOnOff", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetBlurOnOff", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "IsAutoFrameSupported", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "GetAutoFrameOnOff", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetAutoFrameOnOff", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "GetBrightness", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetBrightness", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "IsCameraSupported", ValueUse::Ignored, UnderWine::Nothing},
     {"Application", "GetApplicationLocation", ValueUse::Name},
     {"Application", "WriteToDoc", ValueUse::Path},
     {"Accessory", "GetMouseSpeed", ValueUse::Ignored},
@@ -60,10 +58,10 @@ const FunctionRow kFunctions[] = {
     {"DisplayHDR", "IsHDRSupported", ValueUse::Ignored},
     {"DisplayHDR", "GetHDROnOff", ValueUse::Ignored},
     {"DisplayHDR", "SetHDROnOff", ValueUse::Number},
-    {"DisplayPortrait", "IsPortraitSupported", ValueUse::Ignored, UnderWine::Everything, "-1"},
-    {"DisplayPortrait", "GetSupportedDisplayModes", ValueUse::Ignored, UnderWine::Everything, "-1"},
-    {"DisplayPortrait", "GetDisplayMode", ValueUse::Ignored, UnderWine::Everything, "-1"},
-    {"DisplayPortrait", "SetDisplayMode", ValueUse::Number, UnderWine::Everything, "-1"},
+    {"DisplayPortrait", "IsPortraitSupported", ValueUse::Ignored},
+    {"DisplayPortrait", "GetSupportedDisplayModes", ValueUse::Ignored},
+    {"DisplayPortrait", "GetDisplayMode", ValueUse::Ignored},
+    {"DisplayPortrait", "SetDisplayMode", ValueUse::Number},
 };
 
 void PrintTo(const FunctionRow& row, std::ostream* os)
@@ -151,26 +149,14 @@ Outcome Line(const std::string& text)
     return {text + std::string(kLineEnd), "", 0, Untouched()};
 }
 
-std::string Lowered(std::string word)
-{
-    std::transform(word.begin(), word.end(), word.begin(), [](char ch) { return static_cast<char>(std::tolower(static_cast<unsigned char>(ch))); });
-    return word;
-}
-
 class BadInput : public ::testing::TestWithParam<FunctionRow> {};
 
 } // namespace
 
-TEST_P(BadInput, WordsInAnotherLetterCaseMatchNothing)
-{
-    const FunctionRow& row = GetParam();
-    EXPECT_EQ(RunOnFreshPc({Lowered(row.category), row.function, "1"}), Line(""));
-    EXPECT_EQ(RunOnFreshPc({row.category, Lowered(row.function), "1"}), Line(row.unknownFunction));
-}
-
 TEST_P(BadInput, EachBadValueEndsTheRunOrActsAsThePlainNumber)
 {
     const FunctionRow& row = GetParam();
+    if (row.wine == UnderWine::Nothing && kLineEnd != "\n") GTEST_SKIP() << "the prefix has no camera";
     const Outcome withoutValue = RunOnFreshPc(Words(row, std::nullopt));
     for (const BadValue& bad : kBadValues) {
         SCOPED_TRACE(bad.label);

@@ -11,7 +11,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <thread>
 
 using namespace KestrelTest;
@@ -108,16 +107,7 @@ TEST_F(EmulatedPcCli, CamerasOtherThanAFreshPcs)
     EXPECT_EQ(locked.exitStatus, kAbnormalEndStatus);
 }
 
-namespace {
-
-class DisplayCli : public EmulatedPcCli {
-protected:
-    bool Enabled(std::size_t path) { return SavedState()["displays"]["paths"][path].value("advancedColorEnabled", false); }
-};
-
-} // namespace
-
-TEST_F(DisplayCli, SeveralDisplaysWithFailuresInjected)
+TEST_F(EmulatedPcCli, SeveralDisplaysWithFailuresInjected)
 {
     UseState({{"displays",
                {{"paths",
@@ -127,7 +117,9 @@ TEST_F(DisplayCli, SeveralDisplaysWithFailuresInjected)
                   {{"targetId", 4}, {"setFails", true}},
                   {{"targetId", 5}}}}}}});
     ExpectResults({{{"DisplayHDR", "GetHDROnOff"}, "0"}, {{"DisplayHDR", "SetHDROnOff", "1"}, "1"}});
-    const std::vector<bool> enabled{Enabled(0), Enabled(1), Enabled(2), Enabled(3), Enabled(4)};
+    std::vector<bool> enabled;
+    const Json saved = SavedState();
+    for (const Json& path : saved["displays"]["paths"]) enabled.push_back(path.value("advancedColorEnabled", false));
     EXPECT_EQ(enabled, (std::vector<bool>{true, false, true, false, false})); // stopped at the refusal
 
     UseState({{"displays", {{"paths", {{{"targetId", 1}, {"advancedColorSupported", false}}, {{"targetId", 2}, {"queryFails", true}}}}}}});
@@ -137,7 +129,7 @@ TEST_F(DisplayCli, SeveralDisplaysWithFailuresInjected)
     ExpectResults({{{"DisplayHDR", "IsHDRSupported"}, "0"}, {{"DisplayHDR", "GetHDROnOff"}, "-1"}});
 }
 
-TEST_F(DisplayCli, TheServiceVersionThePanelAndMissingExportsReachTheResults)
+TEST_F(EmulatedPcCli, TheServiceVersionThePanelAndMissingExportsReachTheResults)
 {
     const std::pair<Json, std::string> cases[] = {
         {{{"service", {{"fileVersion", "4.9.0.0"}}}}, "0 -1"},
@@ -162,37 +154,20 @@ TEST_F(DisplayCli, TheServiceVersionThePanelAndMissingExportsReachTheResults)
     ExpectResults({{{"DisplayPortrait", "GetSupportedDisplayModes"}, "-1"}});
 }
 
-namespace {
-
-class NotificationCli : public EmulatedPcCli {
-protected:
-    Json Service() { return SavedState()["services"]["list"][0]; }
-};
-
-} // namespace
-
 // Service transitions take virtual time: half a second each way, polled a
 // second apart, and thirty polls before a start is given up.
-TEST_F(NotificationCli, TheServiceIsRestartedInVirtualTime)
+TEST_F(EmulatedPcCli, TheServiceIsRestartedInVirtualTime)
 {
+    const auto service = [this] { return SavedState()["services"]["list"][0]; };
     ExpectResults({{{"Notification", "SetToastOnOff", "0"}, "1"}});
-    EXPECT_EQ(Service()["state"], "running");
-    EXPECT_EQ(Service()["starts"], 1);
+    EXPECT_EQ(service()["state"], "running");
+    EXPECT_EQ(service()["starts"], 1);
     EXPECT_EQ(SavedState()["services"]["clockSeconds"], 2.0);
 
     UseState({{"services", {{"list", {{{"name", "WpnUserService_1"}, {"state", "running"}, {"startSeconds", nullptr}}}}}}});
-    const auto start = std::chrono::steady_clock::now();
     ExpectResults({{{"Notification", "SetToastOnOff", "0"}, "0"}});
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-    EXPECT_EQ(Service()["state"], "startPending");
+    EXPECT_EQ(service()["state"], "startPending");
     EXPECT_EQ(SavedState()["services"]["clockSeconds"], 31.0);
-}
-
-TEST_F(EmulatedPcCli, AnApplicationLocationIsCutToItsBuffer)
-{
-    const std::string longPath = "C:\\" + std::string(1497, 'x');
-    UseState({{"applications", {{"folder", {{{"displayName", "Long"}, {"properties", Json::array({{"System.Link.TargetParsingPath", longPath}})}}}}}}});
-    EXPECT_EQ(Output({"Application", "GetApplicationLocation", "Long"}), longPath.substr(0, 1023) + "\n");
 }
 
 TEST_F(EmulatedPcCli, EachWriteToDocTypesItsFileIntoANewVisibleDocumentInFront)

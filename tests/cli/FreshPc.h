@@ -1,36 +1,50 @@
 #pragma once
 
+#include "emulated/EmulatedTestSupport.h"
+#include "platform/MouseSettings.h"
 #include "support/ProcessRunner.h"
+#include "support/TempDirectory.h"
 
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace KestrelTest {
 
 // A PC as it comes out of the box, for one test: on the host a new emulated
-// PC; under Wine the test run's freshly booted prefix, whose mouse buttons are
-// put back as they were found when the object goes, with camera defaults of its own.
+// PC; under Wine the test run's freshly booted prefix (shared by its tests,
+// which run in it too), whose mouse buttons are put back as they were found
+// when the object goes.
 class FreshPc {
 public:
-    FreshPc();
-    ~FreshPc();
+    FreshPc() = default;
+    ~FreshPc()
+    {
+        if (!emulated_) Tessel::Bridge::Platform::CreateMouseSettings()->SetSwapState(swapped_);
+    }
     FreshPc(const FreshPc&) = delete;
     FreshPc& operator=(const FreshPc&) = delete;
 
     // What a program started for this test needs in its environment.
-    std::vector<EnvironmentChange> Environment() const;
+    std::vector<EnvironmentChange> Environment() const
+    {
+        return emulated_ ? std::vector<EnvironmentChange>{{"KESTREL_EMULATED_PC", StateFile().string()}} : std::vector<EnvironmentChange>{};
+    }
 
-    // The PC's stored state as bytes, and a way to start from given bytes. On
-    // the host that is the state file (empty when there is none); under Wine
-    // the state lives in the prefix's registry and is not snapshotted, so both
-    // do nothing there.
-    void SetStoredState(const std::string& bytes);
-    std::string StoredState() const;
+    // The PC's stored state as bytes (empty when there is none), and a way to
+    // start from given bytes. Under Wine the state lives in the prefix's
+    // registry and is not snapshotted: both do nothing there.
+    void SetStoredState(const std::string& bytes) const
+    {
+        if (emulated_) WriteFileBytes(StateFile(), bytes);
+    }
+    std::string StoredState() const { return std::filesystem::exists(StateFile()) ? ReadFileBytes(StateFile()) : std::string(); }
 
 private:
-    struct Storage;
-    std::unique_ptr<Storage> storage_;
+    std::filesystem::path StateFile() const { return directory_ / "pc.json"; }
+
+    const bool emulated_ = kLineEnd == "\n";
+    const bool swapped_ = !emulated_ && Tessel::Bridge::Platform::CreateMouseSettings()->GetSwapState() != 0;
+    TempDirectory directory_;
 };
 
 } // namespace KestrelTest

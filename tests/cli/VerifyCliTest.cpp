@@ -1,7 +1,8 @@
 // KestrelVerify as a release pipeline runs it, one table for every build: on
 // the host trusting the test root, under Wine over WinTrust (which trusts any
 // root). Paths made for the run are compared as {S}, {U}, {M}, {D} and signer
-// keys as K.
+// keys as K. Real signed files, and the comparison with osslsigncode, are in
+// tests/realworld.
 #include "support/ProcessRunner.h"
 #include "support/TempDirectory.h"
 #include "support/TrustMaterial.h"
@@ -16,9 +17,6 @@
 
 using namespace KestrelTest;
 namespace fs = std::filesystem;
-
-// The words that make the build's KestrelVerify trust the test root.
-namespace KestrelTest { std::vector<std::string> TrustWords(const fs::path& material); }
 
 namespace {
 
@@ -51,7 +49,9 @@ protected:
 
     TempDirectory directory;
     const fs::path material = TrustMaterial(), folder = directory / "folder";
-    const std::vector<std::string> trust = TrustWords(material);
+    // What makes the build's KestrelVerify trust the test root: on Windows its own stores.
+    const bool host = kLineEnd == "\n";
+    const std::vector<std::string> trust = host ? std::vector<std::string>{"--roots", Utf8(material / "root.crt")} : std::vector<std::string>{};
     const std::vector<std::pair<std::string, std::string>> paths{{"{S}", Utf8(material / "signed.exe")}, {"{U}", Utf8(material / "unsigned.exe")},
                                                                  {"{M}", Utf8(directory / "missing.exe")}, {"{D}", Utf8(folder)}};
 };
@@ -123,6 +123,49 @@ TEST_F(KestrelVerifyCli, JsonGivesOneParsableObjectPerFile)
     EXPECT_EQ(objects[1], (nlohmann::json{{"path", paths[1].second}, {"trusted", false}, {"signatures", {{{"kind", "embedded"}, {"index", 0},
         {"code", 0x800B0100}, {"code_hex", "0x800B0100"}, {"code_name", "TRUST_E_NOSIGNATURE"}, {"signer", nullptr}, {"digest_algorithm", nullptr},
         {"timestamp", nullptr}}}}}));
+}
+
+// Every answer of the host's verifier; Wine's WinTrust trusts any root.
+TEST_F(KestrelVerifyCli, GivesWindowsCodesAndTrustForEachFile)
+{
+    if (!host) GTEST_SKIP() << "Wine's WinTrust trusts any root";
+    const struct {
+        const char* file;
+        const char* lines; // a pattern for the lines after the first
+        bool trusted;
+    } cases[] = {
+        {"signed.exe", "  embedded 0: 0x00000000 key=[0-9a-f]{64} subject=C=US, S=Washington, L=Redmond, O=Kestrel Test, OU=Release, CN=Kestrel Test leaf\n", true},
+        {"unsigned.exe", "  embedded 0: 0x800B0100\n", false},
+        {"untrusted.exe", "  embedded 0: 0x800B0109 key=[0-9a-f]{64} subject=CN=Kestrel Test untrusted\n", false},
+        {"wrongpurpose.exe", "  embedded 0: 0x800B0110\n", false},
+        {"expired.exe", "  embedded 0: 0x800B0101 key=[0-9a-f]{64} subject=CN=Kestrel Test expired\n", true},
+        {"trailing.exe", "  embedded 0: 0x800B0100\n", false}, // bytes after the certificate table
+        {"root.crt", "  embedded 0: 0x800B0003\n", false},     // no image at all
+    };
+    for (const auto& c : cases) {
+        const ProcessResult result = Verify({Utf8(material / c.file)}, false);
+        const std::string first = Utf8(material / c.file) + (c.trusted ? ": trusted by Windows\n" : ": not trusted by Windows\n");
+        EXPECT_TRUE(result.out.starts_with(first) && std::regex_match(result.out.substr(first.size()), std::regex(c.lines + std::string("1 file: .*\n"))))
+            << c.file << ":\n" << result.out;
+        EXPECT_EQ(result.exitStatus, c.trusted ? 0 : 1) << c.file;
+    }
+}
+
+// What Wine's WinTrust does not give (docs/kestrelverify.md): the accepted
+// timestamp and a nested signature's own digest; and names no Windows file
+// could have.
+TEST_F(KestrelVerifyCli, JsonGivesTimestampsAndEscapesAnyName)
+{
+    if (!host) GTEST_SKIP() << "Wine's WinTrust gives no countersigners";
+    const fs::path odd = directory / "q\"b\\\x01\t\x7f.exe";
+    fs::copy_file(material / "expired-ts.exe", odd);
+    const nlohmann::json file = nlohmann::json::parse(Verify({"--json", odd.string()}, false).out);
+    EXPECT_EQ(file["path"], odd.string());
+    EXPECT_EQ(file["signatures"][0]["digest_algorithm"], "sha256");
+    EXPECT_EQ(file["signatures"][0]["timestamp"], (nlohmann::json{{"kind", "rfc3161"}, {"time", "2020-07-01T00:00:00Z"}}));
+    const nlohmann::json nested = nlohmann::json::parse(Verify({"--json", Utf8(material / "nested.exe")}, false).out);
+    EXPECT_EQ(nested["signatures"][0]["digest_algorithm"], "sha1");
+    EXPECT_EQ(nested["signatures"][1]["digest_algorithm"], "sha256");
 }
 
 } // namespace

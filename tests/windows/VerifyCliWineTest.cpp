@@ -8,9 +8,7 @@
 
 using namespace KestrelTest;
 
-// Wine trusts any root; Windows trusts only its own stores.
-namespace KestrelTest { std::vector<std::string> TrustWords(const std::filesystem::path&) { return {}; } }
-
+// Windows trusts only its own stores.
 TEST(VerifyCliWine, WindowsTrustsOnlyItsOwnStores)
 {
     const std::string signedFile = (TrustMaterial() / "signed.exe").string();
