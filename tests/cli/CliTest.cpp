@@ -23,11 +23,6 @@ struct Scenario {
     std::vector<Step> steps; // in order, on one fresh PC
 };
 
-void PrintTo(const Scenario& scenario, std::ostream* os)
-{
-    *os << scenario.name;
-}
-
 // The portrait panel's list: the modes, then -1 up to forty entries.
 std::string FortyModes(const std::string& modes, int count)
 {

@@ -13,33 +13,20 @@ namespace {
 
 using Tessel::Bridge::Platform::Windows::UniqueHandle;
 
-std::wstring Widen(const std::string& utf8)
-{
-    return Tessel::Bridge::Platform::WideFromUtf8(utf8.c_str());
-}
+using Tessel::Bridge::Platform::WideFromUtf8;
 
-// Quotes one argument so that the C runtime's command-line parser gives it back.
+// Quotes one argument so that the C runtime's command-line parser gives it back:
+// backslashes are doubled only before a quote, which is escaped, and the end.
 std::wstring Quote(const std::wstring& argument)
 {
-    if (!argument.empty() && argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) return argument;
     std::wstring quoted = L"\"";
-    std::size_t backslashes = 0;
-    for (const wchar_t ch : argument) {
-        if (ch == L'\\') {
-            ++backslashes;
-            continue;
-        }
-        if (ch == L'"') {
-            quoted.append(backslashes * 2 + 1, L'\\');
-        } else {
-            quoted.append(backslashes, L'\\');
-        }
-        backslashes = 0;
-        quoted.push_back(ch);
+    for (std::size_t i = 0, backslashes = 0; i < argument.size(); ++i) {
+        if (argument[i] == L'"') quoted.append(backslashes + 1, L'\\');
+        backslashes = argument[i] == L'\\' ? backslashes + 1 : 0;
+        quoted.push_back(argument[i]);
+        if (i + 1 == argument.size()) quoted.append(backslashes, L'\\');
     }
-    quoted.append(backslashes * 2, L'\\');
-    quoted.push_back(L'"');
-    return quoted;
+    return quoted + L'"';
 }
 
 [[noreturn]] void ThrowLastError(const char* what)
@@ -82,9 +69,9 @@ std::wstring EnvironmentBlock(const std::vector<EnvironmentChange>& changes)
     std::vector<std::wstring> entries;
     for (const wchar_t* entry = strings.get(); *entry != L'\0'; entry += wcslen(entry) + 1) entries.emplace_back(entry);
     for (const EnvironmentChange& change : changes) {
-        const std::wstring prefix = Widen(change.name) + L"=";
+        const std::wstring prefix = WideFromUtf8(change.name.c_str()) + L"=";
         std::erase_if(entries, [&](const std::wstring& entry) { return _wcsnicmp(entry.c_str(), prefix.c_str(), prefix.size()) == 0; });
-        if (change.value) entries.push_back(prefix + Widen(*change.value));
+        if (change.value) entries.push_back(prefix + WideFromUtf8(change.value->c_str()));
     }
     std::wstring block;
     for (const std::wstring& entry : entries) block += entry + L'\0';
@@ -102,19 +89,15 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     UniqueHandle outRead, outWrite, errRead, errWrite;
     CreateInheritedPipe(outRead, outWrite);
     CreateInheritedPipe(errRead, errWrite);
-    SECURITY_ATTRIBUTES inherit{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    UniqueHandle input(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING,
-                                   0, nullptr));
 
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = input.Get();
     startup.hStdOutput = outWrite.Get();
     startup.hStdError = errWrite.Get();
 
     std::wstring commandLine = Quote(program.wstring());
-    for (const std::string& argument : arguments) commandLine += L" " + Quote(Widen(argument));
+    for (const std::string& argument : arguments) commandLine += L" " + Quote(WideFromUtf8(argument.c_str()));
     std::wstring block = EnvironmentBlock(environment);
 
     PROCESS_INFORMATION info{};
@@ -157,7 +140,7 @@ void SetOwnEnvironment(const EnvironmentChange& change)
 
 std::filesystem::path BuiltProgram(std::string_view name)
 {
-    const std::wstring program = Widen(std::string(name)) + L".exe";
+    const std::wstring program = WideFromUtf8(std::string(name).c_str()) + L".exe";
     if (const wchar_t* directory = _wgetenv(L"KESTREL_PROGRAM_DIR"); directory != nullptr && *directory != L'\0') {
         return std::filesystem::path(directory) / program;
     }

@@ -14,7 +14,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -31,14 +30,8 @@ protected:
         std::ifstream in(KestrelTest::TrustMaterial() / (std::string(name) + ".keytext"), std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
     }
-    std::size_t Count(const std::wstring& text) const
-    {
-        const auto lines = log.Lines();
-        return static_cast<std::size_t>(
-            std::count_if(lines.begin(), lines.end(), [&](const std::wstring& line) { return line.find(text) != std::wstring::npos; }));
-    }
 
-    KestrelTest::CapturedLog log;
+    KestrelTest::CapturedLog log; // the facade logs to memory
     std::shared_ptr<TesselAuthenticodeHelper> helper = std::make_shared<TesselAuthenticodeHelper>(
         std::make_shared<KestrelTest::StandInCall>(), Platform::CreateFolderSecurity(),
         [](std::chrono::milliseconds) {});
@@ -85,8 +78,6 @@ TEST_F(TrustFacadeWine, TheSignersRecordFromWinTrust)
     const std::wstring unsignedFile = Material("unsigned.exe");
     EXPECT_FALSE(facade.IsFileTrustedByListA(unsignedFile.c_str()));
     EXPECT_TRUE(facade.GatherCertificates(unsignedFile.c_str()).empty());
-    EXPECT_EQ(Count(L"IsFileTrusted"), 0u);
-    EXPECT_EQ(Count(L"I Security - GetSecurityCatalogInfo - File = " + unsignedFile), 2u);
 
     const auto records = facade.GatherCertificates(Material("nested3072.exe").c_str());
     ASSERT_EQ(records.size(), 2u);

@@ -17,7 +17,7 @@ target_compile_definitions(kestrel_vendor_service PRIVATE VENDOR_MAJOR=5 VENDOR_
 target_link_options(kestrel_vendor_service PRIVATE -static)
 add_dependencies(kestrel_cli_tests kestrel_vendor_service)
 
-target_sources(kestrel_cli_tests PRIVATE windows/DisplayCliWineTest.cpp windows/VerifyCliWineTest.cpp)
+target_sources(kestrel_cli_tests PRIVATE windows/DisplayCliWineTest.cpp)
 add_dependencies(kestrel_cli_tests KestrelVerify)
 set(cli_environment "KESTREL_TEST_BEDS=Z:${testbed}" "KESTREL_TRUST_MATERIAL=Z:${CMAKE_BINARY_DIR}/trust-material")
 set_property(TEST kestrel_cli_tests APPEND PROPERTY ENVIRONMENT ${cli_environment})
