@@ -2,6 +2,7 @@
 
 #include "emulated/EmulatedTestSupport.h"
 #include "platform/MouseSettings.h"
+#include "platform/RegistryAndServices.h"
 #include "support/ProcessRunner.h"
 #include "support/TempDirectory.h"
 
@@ -12,14 +13,18 @@ namespace KestrelTest {
 
 // A PC as it comes out of the box, for one test: on the host a new emulated
 // PC; under Wine the test run's freshly booted prefix (shared by its tests,
-// which run in it too), whose mouse buttons are put back as they were found
-// when the object goes.
+// which run in it too) with its test beds installed, whose mouse buttons are
+// put back as they were found, and notifications on, when the object goes.
 class FreshPc {
 public:
     FreshPc() = default;
     ~FreshPc()
     {
-        if (!emulated_) Tessel::Bridge::Platform::CreateMouseSettings()->SetSwapState(swapped_);
+        if (emulated_) return;
+        Tessel::Bridge::Platform::CreateMouseSettings()->SetSwapState(swapped_);
+        const auto key = Tessel::Bridge::Platform::CreateRegistryAndServices()->OpenCurrentUserKey(
+            L"Software\\Microsoft\\Windows\\CurrentVersion\\PushNotifications", 0xF003F);
+        if (key) key->SetDwordValue(L"ToastEnabled", 1);
     }
     FreshPc(const FreshPc&) = delete;
     FreshPc& operator=(const FreshPc&) = delete;

@@ -1,5 +1,6 @@
 # Stand-ins the command-line tests install in the prefix: the display vendor's
-# service program at version 5.0, copied where a real installation puts it.
+# service program at version 5.0, copied where a real installation puts it,
+# and the push-notification service with its settings key.
 set(testbed "${CMAKE_BINARY_DIR}/bin/testbed")
 
 # A component linked against KestrelTool.exe's own exports, built as a
@@ -25,4 +26,24 @@ set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED trust_mate
 if(KESTREL_LIBCXX_PROGRAMS)
     cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY ENVIRONMENT ${cli_environment})
     cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY FIXTURES_REQUIRED trust_material)
+endif()
+
+# The per-user push-notification service (its name carries a suffix), stopped
+# until a test restarts it, and its settings key with notifications on.
+add_executable(kestrel_push_notification_service windows/testbed/PushNotificationService.cpp)
+set_target_properties(kestrel_push_notification_service PROPERTIES
+    OUTPUT_NAME PushNotificationService RUNTIME_OUTPUT_DIRECTORY "${testbed}")
+target_link_options(kestrel_push_notification_service PRIVATE -static)
+kestrel_warnings(kestrel_push_notification_service)
+add_dependencies(kestrel_cli_tests kestrel_push_notification_service)
+string(REPLACE "/" "\\" push_service_exe "Z:${testbed}/PushNotificationService.exe")
+kestrel_wine_test(test_beds.notification COMMAND sh -c
+    "wine reg add 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\PushNotifications' /v ToastEnabled /t REG_DWORD /d 1 /f \
+     && wine sc create WpnUserService_5b7c3 binPath= \"$0\" DisplayName= 'Windows Push Notifications User Service_5b7c3' \
+     && ${wine_settle}" "${push_service_exe}"
+    REQUIRED_FILES "${testbed}/PushNotificationService.exe")
+set_tests_properties(test_beds.notification PROPERTIES FIXTURES_SETUP test_beds)
+set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED test_beds)
+if(KESTREL_LIBCXX_PROGRAMS)
+    cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY FIXTURES_REQUIRED test_beds)
 endif()
