@@ -12,6 +12,11 @@ namespace {
 constexpr const char* kAsOnHost = "";
 constexpr const char* kNotUnderWine = nullptr; // Wine does not keep it faithfully
 
+// A word that stands for a file of kText, written for the step. CR LF becomes
+// LF, a lone CR stays, invalid UTF-8 becomes U+FFFD, the zero byte ends it.
+constexpr const char* kTextFile = "<text file>";
+constexpr char kText[] = "one\r\ntwo\r\xc3\xa9\xff!\0after";
+
 struct Step {
     std::vector<std::string> words;
     std::string host;
@@ -103,6 +108,14 @@ const Scenario kScenarios[] = {
      {{{"Application", "GetApplicationLocation", "notepad"}, "C:\\Windows\\System32\\notepad.exe", "-1"},
       {{"Application", "GetApplicationLocation", "Notepad++"}, "-1"},
       {{"Application", "GetApplicationLocation", ""}, "-1"}}},
+    // Under Wine the test bed's word processor writes the calls it got on the
+    // line before: the text typed into a new document, shown in front.
+    {"Document",
+     {{{"Application", "WriteToDoc", kTextFile},
+       "1",
+       "Application.Documents Documents.Add() Application.Selection "
+       "Selection.TypeText(\"one\\x0atwo\\x0d\xc3\xa9\xef\xbf\xbd!\") Selection.TypeParagraph() "
+       "Application.ActiveDocument Application.Visible=-1 Document.ActiveWindow Window.Hwnd\r\n1"}}},
 };
 
 class KestrelToolCli : public ::testing::TestWithParam<Scenario> {};
@@ -113,10 +126,17 @@ TEST_P(KestrelToolCli, EachRunPrintsOneLine)
 {
     const bool underWine = kLineEnd != "\n";
     FreshPc pc;
+    TempDirectory directory;
     for (const Step& step : GetParam().steps) {
         if (underWine && step.wine == kNotUnderWine) continue;
         const std::string line = underWine && *step.wine != '\0' ? step.wine : step.host;
-        const ProcessResult result = RunProcess(BuiltProgram("KestrelTool"), step.words, pc.Environment());
+        std::vector<std::string> words = step.words;
+        for (std::string& word : words) {
+            if (word != kTextFile) continue;
+            word = (directory / "text.txt").string();
+            WriteFileBytes(word, std::string(kText, sizeof kText - 1));
+        }
+        const ProcessResult result = RunProcess(BuiltProgram("KestrelTool"), words, pc.Environment());
         const std::string command = ::testing::PrintToString(step.words);
         EXPECT_EQ(result.out, line + std::string(kLineEnd)) << command;
         EXPECT_EQ(result.exitStatus, 0) << command;

@@ -1,6 +1,7 @@
 # Stand-ins the command-line tests install in the prefix: the display vendor's
 # service program at version 5.0, copied where a real installation puts it,
-# and the push-notification service with its settings key.
+# the push-notification service with its settings key, and the word
+# processor's automation server.
 set(testbed "${CMAKE_BINARY_DIR}/bin/testbed")
 
 # A component linked against KestrelTool.exe's own exports, built as a
@@ -47,3 +48,21 @@ set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED test_beds)
 if(KESTREL_LIBCXX_PROGRAMS)
     cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY FIXTURES_REQUIRED test_beds)
 endif()
+
+# The word processor's automation server, in process, as Word.Application.
+add_library(kestrel_word_automation_server MODULE windows/testbed/WordAutomationServer.cpp windows/testbed/WordAutomationServer.def)
+set_target_properties(kestrel_word_automation_server PROPERTIES
+    PREFIX "" OUTPUT_NAME WordAutomationServer LIBRARY_OUTPUT_DIRECTORY "${testbed}")
+target_link_libraries(kestrel_word_automation_server PRIVATE oleaut32 uuid)
+target_link_options(kestrel_word_automation_server PRIVATE -static)
+kestrel_warnings(kestrel_word_automation_server)
+add_dependencies(kestrel_cli_tests kestrel_word_automation_server)
+string(REPLACE "/" "\\" word_server_dll "Z:${testbed}/WordAutomationServer.dll")
+set(word_class "{5B7E6D0C-94A1-4C3E-8F2B-6A1D0E9C7B31}")
+kestrel_wine_test(test_beds.word_processor COMMAND sh -c
+    "wine reg add 'HKCR\\Word.Application\\CLSID' /ve /d '${word_class}' /f \
+     && wine reg add 'HKCR\\CLSID\\${word_class}\\InprocServer32' /ve /d \"$0\" /f \
+     && wine reg add 'HKCR\\CLSID\\${word_class}\\InprocServer32' /v ThreadingModel /t REG_SZ /d Both /f \
+     && ${wine_settle}" "${word_server_dll}"
+    REQUIRED_FILES "${testbed}/WordAutomationServer.dll")
+set_tests_properties(test_beds.word_processor PROPERTIES FIXTURES_SETUP test_beds)
