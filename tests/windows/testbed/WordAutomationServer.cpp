@@ -1,11 +1,8 @@
-// The word processor's automation server for the Wine prefix: the objects the
-// document writer reaches (Application, Documents, Document, Selection,
-// Window), each an IDispatch that knows its members by name. When the
-// application is let go, the calls it got are written, in order, as one line
-// to standard output, ahead of the program's own line:
-//   Object.Property  Object.Method(arguments)  Object.Property=value
-// with "!lcid" or "!named" after a call made with the wrong locale or named
-// arguments, and " live=N" when N objects are still held.
+// The word processor's automation server of the Wine prefix: the objects the
+// document writer reaches, each an IDispatch knowing its members by name. When
+// the application is let go it writes the calls it got to standard output, as
+// "Object.Property", "Object.Method(arguments)" or "Object.Property=value",
+// marking a wrong locale or named arguments, and objects still held.
 #include "ComObject.h"
 
 #include <windows.h>
@@ -13,7 +10,7 @@
 #include <oaidl.h>
 #include <oleauto.h>
 
-#include <cwchar>
+#include <algorithm>
 #include <iterator>
 #include <string>
 
@@ -25,22 +22,18 @@ using KestrelTestBed::Object;
 constexpr CLSID kClassId{0x5b7e6d0c, 0x94a1, 0x4c3e, {0x8f, 0x2b, 0x6a, 0x1d, 0x0e, 0x9c, 0x7b, 0x31}};
 constexpr const wchar_t* kNames[] = {L"Documents", L"Add", L"Selection", L"TypeText", L"TypeParagraph",
                                      L"ActiveDocument", L"Visible", L"ActiveWindow", L"Hwnd"};
+// The object each member hands out.
+constexpr const wchar_t* kMade[] = {L"Documents", L"Document", L"Selection", nullptr, nullptr,
+                                    L"Document", nullptr, L"Window", nullptr};
 
 std::wstring calls;
 int live = 0;
 
-// Control characters as \xNN, so the line stays one line.
 std::wstring Describe(const VARIANT& value)
 {
     if (V_VT(&value) == VT_BOOL) return std::to_wstring(V_BOOL(&value));
     if (V_VT(&value) != VT_BSTR) return L"vt" + std::to_wstring(V_VT(&value));
-    std::wstring text = L"\"";
-    for (const wchar_t* c = V_BSTR(&value); c != V_BSTR(&value) + SysStringLen(V_BSTR(&value)); ++c) {
-        wchar_t escaped[8];
-        swprintf(escaped, 8, L"\\x%02x", static_cast<unsigned>(*c));
-        text += *c < 0x20 ? escaped : std::wstring(1, *c);
-    }
-    return text + L"\"";
+    return L"\"" + std::wstring(V_BSTR(&value), SysStringLen(V_BSTR(&value))) + L"\"";
 }
 
 void WriteCalls()
@@ -61,24 +54,15 @@ public:
         if (kind_ == L"Application") WriteCalls();
     }
 
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override
-    {
-        *count = 0;
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override { return *count = 0, S_OK; }
     HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
 
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) override
     {
-        HRESULT result = S_OK;
-        for (UINT i = 0; i < count; ++i) {
-            ids[i] = DISPID_UNKNOWN;
-            for (DISPID id = 0; id < static_cast<DISPID>(std::size(kNames)); ++id) {
-                if (_wcsicmp(names[i], kNames[id]) == 0) ids[i] = id + 1;
-            }
-            if (ids[i] == DISPID_UNKNOWN) result = DISP_E_UNKNOWNNAME;
-        }
-        return result;
+        // One name at a time, as the document writer asks.
+        const auto found = std::find_if(std::begin(kNames), std::end(kNames), [&](const wchar_t* name) { return _wcsicmp(name, names[0]) == 0; });
+        *ids = found == std::end(kNames) ? DISPID_UNKNOWN : static_cast<DISPID>(found - std::begin(kNames)) + 1;
+        return count != 1 || *ids == DISPID_UNKNOWN ? DISP_E_UNKNOWNNAME : S_OK;
     }
 
     HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID iid, LCID locale, WORD flags, DISPPARAMS* parameters,
@@ -97,16 +81,10 @@ public:
         if (locale != LOCALE_USER_DEFAULT || iid != IID_NULL) calls += L"!lcid";
         if (result == nullptr) return S_OK;
 
-        const wchar_t* made = nullptr;
-        if (kind_ == L"Application" && (name == L"Documents" || name == L"Selection")) made = name.c_str();
-        if ((kind_ == L"Application" && name == L"ActiveDocument") || (kind_ == L"Documents" && name == L"Add")) made = L"Document";
-        if (kind_ == L"Document" && name == L"ActiveWindow") made = L"Window";
-        if (made != nullptr) {
-            V_VT(result) = VT_DISPATCH;
-            V_DISPATCH(result) = new Dispatch(made);
-        } else if (kind_ == L"Window" && name == L"Hwnd") {
-            V_VT(result) = VT_I4;
-            V_I4(result) = 0x00230C4E;
+        if (kMade[member - 1] != nullptr) {
+            V_VT(result) = VT_DISPATCH, V_DISPATCH(result) = new Dispatch(kMade[member - 1]);
+        } else if (name == L"Hwnd") {
+            V_VT(result) = VT_I4, V_I4(result) = 0x00230C4E;
         }
         return S_OK;
     }
@@ -139,7 +117,6 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** object)
     return result;
 }
 
-// Never unloaded: it keeps no count of the objects it handed out.
 STDAPI DllCanUnloadNow()
 {
     return S_FALSE;
