@@ -73,7 +73,7 @@ add_library(kestrel_camera_platform MODULE windows/testbed/CameraPlatform.cpp wi
 set_target_properties(kestrel_camera_platform PROPERTIES
     PREFIX "" OUTPUT_NAME KestrelCameraPlatform LIBRARY_OUTPUT_DIRECTORY "${testbed}")
 target_include_directories(kestrel_camera_platform PRIVATE "${PROJECT_SOURCE_DIR}")
-target_link_libraries(kestrel_camera_platform PRIVATE kestrel_windows_api ole32 uuid mfuuid
+target_link_libraries(kestrel_camera_platform PRIVATE kestrel_windows_api ole32 uuid
     $<IF:$<CXX_COMPILER_ID:GNU>,runtimeobject,api-ms-win-core-winrt-string-l1-1-0>)
 target_link_options(kestrel_camera_platform PRIVATE -static)
 kestrel_warnings(kestrel_camera_platform)

@@ -19,8 +19,7 @@ public:
         if (out == nullptr) return E_POINTER;
         *out = iid == IID_IUnknown || iid == __uuidof(Interface) ? static_cast<Interface*>(this) : nullptr;
         if (*out == nullptr) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
+        return AddRef(), S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
     ULONG STDMETHODCALLTYPE Release() override
