@@ -12,6 +12,11 @@ namespace {
 constexpr const char* kAsOnHost = "";
 constexpr const char* kNotUnderWine = nullptr; // Wine does not keep it faithfully
 
+// A last word that stands for a file of kText, written for the step. CR LF becomes
+// LF, a lone CR stays, invalid UTF-8 becomes U+FFFD, the zero byte ends it.
+constexpr const char* kTextFile = "<text file>";
+constexpr char kText[] = "one\r\ntwo\r\xc3\xa9\xff!\0after";
+
 struct Step {
     std::vector<std::string> words;
     std::string host;
@@ -22,11 +27,6 @@ struct Scenario {
     const char* name;
     std::vector<Step> steps; // in order, on one fresh PC
 };
-
-void PrintTo(const Scenario& scenario, std::ostream* os)
-{
-    *os << scenario.name;
-}
 
 // The portrait panel's list: the modes, then -1 up to forty entries.
 std::string FortyModes(const std::string& modes, int count)
@@ -45,19 +45,26 @@ const Scenario kScenarios[] = {
       {{"Accessory", "GetMouseSwapStatus"}, "1"},
       {{"Accessory", "SwapMouseButton"}, "1"},
       {{"Accessory", "GetMouseSwapStatus"}, "0"},
-      {{"Accessory", "SetMouseLeftHanded", "2"}, "1"},
-      {{"Accessory", "GetMouseSwapStatus"}, "1"},
-      {{"Accessory", "SetMouseLeftHanded", "0"}, "1"},
-      {{"Accessory", "GetMouseSwapStatus"}, "0"},
       {{"Accessory", "SetMouseLeftHanded", "-1"}, "1"},
       {{"Accessory", "GetMouseSwapStatus"}, "1"},
       {{"Accessory", "SetMouseLeftHanded", "0"}, "1"},
+      {{"Accessory", "GetMouseSwapStatus"}, "0"},
       {{"Accessory", "SetMouseSpeed", "7"}, "1", kNotUnderWine},
       {{"Accessory", "GetMouseSpeed"}, "7", kNotUnderWine}}},
+    // Words match in their letter case only; an unknown function of a category is
+    // an empty line, of DisplayPortrait -1.
     {"WordsThatMatchNothing",
      {{{"Accessory ", "GetMouseSpeed"}, ""},
+      {{"accessory", "GetMouseSpeed"}, ""},
+      {{"Accessory", "getMouseSpeed"}, ""},
+      {{"Camera", "iscamerasupported"}, ""},
+      {{"Application", "getApplicationLocation", "notepad"}, ""},
+      {{"Notification", "gettoastonoff"}, ""},
+      {{"DisplayHDR", "IsHdrSupported"}, ""},
+      {{"DisplayPortrait", "getdisplaymode"}, "-1"},
       {{"Printer", "GetMouseSpeed"}, ""},
       {{"Application", "OpenSesame", "x"}, ""}}},
+    // One built-in camera: under Wine the test bed's.
     {"Camera",
      {{{"Camera", "IsCameraSupported"}, "1"},
       {{"Camera", "IsZoomSupported"}, "1"},
@@ -88,18 +95,27 @@ const Scenario kScenarios[] = {
       {{"DisplayPortrait", "SetDisplayMode", "7"}, "-1"},
       {{"DisplayPortrait", "SetDisplayMode", "2"}, "2", "-1"},
       {{"DisplayPortrait", "GetDisplayMode"}, "2", "-1"}}},
-    // The prefix has no notification service to restart.
+    // Each change restarts the push-notification service: under Wine the test
+    // bed's, first stopped, then running.
     {"Notification",
-     {{{"Notification", "GetToastOnOff"}, "1", kNotUnderWine},
-      {{"Notification", "SetToastOnOff", "0"}, "1", kNotUnderWine},
-      {{"Notification", "GetToastOnOff"}, "0", kNotUnderWine},
-      {{"Notification", "SetToastOnOff", "-3"}, "1", kNotUnderWine},
-      {{"Notification", "GetToastOnOff"}, "1", kNotUnderWine}}},
+     {{{"Notification", "GetToastOnOff"}, "1"},
+      {{"Notification", "SetToastOnOff", "0"}, "1"},
+      {{"Notification", "GetToastOnOff"}, "0"},
+      {{"Notification", "SetToastOnOff", "-3"}, "1"},
+      {{"Notification", "GetToastOnOff"}, "1"}}},
     // Wine's shell has no applications folder.
     {"Application",
      {{{"Application", "GetApplicationLocation", "notepad"}, "C:\\Windows\\System32\\notepad.exe", "-1"},
       {{"Application", "GetApplicationLocation", "Notepad++"}, "-1"},
       {{"Application", "GetApplicationLocation", ""}, "-1"}}},
+    // Under Wine the test bed's word processor writes the calls it got first:
+    // the text typed into a new document, shown in front.
+    {"Document",
+     {{{"Application", "WriteToDoc", kTextFile},
+       "1",
+       "Application.Documents Documents.Add() Application.Selection "
+       "Selection.TypeText(\"one\ntwo\r\xc3\xa9\xef\xbf\xbd!\") Selection.TypeParagraph() "
+       "Application.ActiveDocument Application.Visible=-1 Document.ActiveWindow Window.Hwnd\r\n1"}}},
 };
 
 class KestrelToolCli : public ::testing::TestWithParam<Scenario> {};
@@ -110,10 +126,13 @@ TEST_P(KestrelToolCli, EachRunPrintsOneLine)
 {
     const bool underWine = kLineEnd != "\n";
     FreshPc pc;
+    TempDirectory directory;
     for (const Step& step : GetParam().steps) {
         if (underWine && step.wine == kNotUnderWine) continue;
         const std::string line = underWine && *step.wine != '\0' ? step.wine : step.host;
-        const ProcessResult result = RunProcess(BuiltProgram("KestrelTool"), step.words, pc.Environment());
+        std::vector<std::string> words = step.words;
+        if (words.back() == kTextFile) WriteFileBytes(words.back() = (directory / "text.txt").string(), std::string(kText, sizeof kText - 1));
+        const ProcessResult result = RunProcess(BuiltProgram("KestrelTool"), words, pc.Environment());
         const std::string command = ::testing::PrintToString(step.words);
         EXPECT_EQ(result.out, line + std::string(kLineEnd)) << command;
         EXPECT_EQ(result.exitStatus, 0) << command;

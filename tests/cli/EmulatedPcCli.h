@@ -15,10 +15,9 @@ class EmulatedPcCli : public ::testing::Test {
 protected:
     using Runs = std::vector<std::pair<std::vector<std::string>, std::string>>;
 
-    ProcessResult Run(const std::vector<std::string>& words, const std::filesystem::path& program = BuiltProgram("KestrelTool"),
-                      const std::filesystem::path& workingDirectory = {}) const
+    ProcessResult Run(const std::vector<std::string>& words) const
     {
-        return RunProcess(program, words, {{"KESTREL_EMULATED_PC", stateFile.string()}}, workingDirectory);
+        return RunProcess(BuiltProgram("KestrelTool"), words, {{"KESTREL_EMULATED_PC", stateFile.string()}});
     }
 
     std::string Output(const std::vector<std::string>& words) const

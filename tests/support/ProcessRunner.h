@@ -20,10 +20,8 @@ struct EnvironmentChange {
 };
 
 // Runs program with UTF-8 arguments, waits for it and collects its output.
-// An empty working directory is this process's own.
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                         const std::vector<EnvironmentChange>& environment = {},
-                         const std::filesystem::path& workingDirectory = {});
+                         const std::vector<EnvironmentChange>& environment = {});
 
 // Sets (or with nothing, removes) a variable of this process's own environment.
 void SetOwnEnvironment(const EnvironmentChange& change);

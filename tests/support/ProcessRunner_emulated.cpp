@@ -3,12 +3,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <stdexcept>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,32 +16,27 @@ extern char** environ;
 namespace KestrelTest {
 namespace {
 
-struct Pipe {
-    int read = -1;
-    int write = -1;
-    Pipe()
+[[noreturn]] void Fail(const std::string& what, int error)
+{
+    throw std::runtime_error(what + ": " + std::strerror(error));
+}
+
+// An unnamed file that a child's output goes to, read once the child has ended:
+// no reader has to keep up with it.
+struct Capture {
+    int fd = ::memfd_create("kestrel-test-output", MFD_CLOEXEC);
+    Capture()
     {
-        int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
-        read = fds[0];
-        write = fds[1];
+        if (fd < 0) Fail("memfd_create", errno);
     }
-    ~Pipe()
+    ~Capture() { ::close(fd); }
+    Capture(const Capture&) = delete;
+    Capture& operator=(const Capture&) = delete;
+    std::string Text() const
     {
-        CloseRead();
-        CloseWrite();
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-    void CloseRead()
-    {
-        if (read >= 0) ::close(read);
-        read = -1;
-    }
-    void CloseWrite()
-    {
-        if (write >= 0) ::close(write);
-        write = -1;
+        std::string text(static_cast<std::size_t>(::lseek(fd, 0, SEEK_END)), '\0');
+        if (::pread(fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) Fail("reading the output", errno);
+        return text;
     }
 };
 
@@ -54,24 +48,16 @@ struct SpawnActions {
     SpawnActions& operator=(const SpawnActions&) = delete;
 };
 
+// This process's environment with the changes made.
 std::vector<std::string> MergedEnvironment(const std::vector<EnvironmentChange>& changes)
 {
-    std::map<std::string, std::string> variables;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        const auto equals = text.find('=');
-        if (equals != std::string::npos) variables[text.substr(0, equals)] = text.substr(equals + 1);
-    }
+    std::vector<std::string> variables;
+    for (char** entry = environ; *entry != nullptr; ++entry) variables.emplace_back(*entry);
     for (const EnvironmentChange& change : changes) {
-        if (change.value) {
-            variables[change.name] = *change.value;
-        } else {
-            variables.erase(change.name);
-        }
+        std::erase_if(variables, [&](const std::string& variable) { return variable.starts_with(change.name + "="); });
+        if (change.value) variables.push_back(change.name + "=" + *change.value);
     }
-    std::vector<std::string> merged;
-    for (const auto& [name, value] : variables) merged.push_back(name + "=" + value);
-    return merged;
+    return variables;
 }
 
 } // namespace
@@ -80,16 +66,14 @@ const int kExitStatusOfMinusOne = 255;
 const std::string_view kLineEnd = "\n";
 
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                         const std::vector<EnvironmentChange>& environment,
-                         const std::filesystem::path& workingDirectory)
+                         const std::vector<EnvironmentChange>& environment)
 {
-    Pipe out;
-    Pipe err;
+    Capture out;
+    Capture err;
     SpawnActions spawn;
     posix_spawn_file_actions_addopen(&spawn.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&spawn.actions, out.write, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&spawn.actions, err.write, STDERR_FILENO);
-    if (!workingDirectory.empty()) posix_spawn_file_actions_addchdir_np(&spawn.actions, workingDirectory.c_str());
+    posix_spawn_file_actions_adddup2(&spawn.actions, out.fd, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&spawn.actions, err.fd, STDERR_FILENO);
 
     const std::string path = program.string();
     std::vector<char*> argv{const_cast<char*>(path.c_str())};
@@ -101,41 +85,14 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     envp.push_back(nullptr);
 
     pid_t pid = 0;
-    if (const int error = posix_spawn(&pid, path.c_str(), &spawn.actions, nullptr, argv.data(), envp.data());
-        error != 0) {
-        throw std::runtime_error("cannot start " + path + ": " + std::strerror(error));
+    if (const int error = posix_spawn(&pid, path.c_str(), &spawn.actions, nullptr, argv.data(), envp.data()); error != 0) {
+        Fail("cannot start " + path, error);
     }
-    out.CloseWrite();
-    err.CloseWrite();
-
-    ProcessResult result;
-    pollfd fds[2] = {{out.read, POLLIN, 0}, {err.read, POLLIN, 0}};
-    std::string* sinks[2] = {&result.out, &result.err};
-    int open = 2;
-    while (open > 0) {
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR) continue;
-            throw std::runtime_error(std::string("poll: ") + std::strerror(errno));
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-            char chunk[4096];
-            const ssize_t n = ::read(fds[i].fd, chunk, sizeof chunk);
-            if (n > 0) {
-                sinks[i]->append(chunk, static_cast<std::size_t>(n));
-            } else if (n == 0 || errno != EINTR) {
-                fds[i].fd = -1;
-                --open;
-            }
-        }
-    }
-
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) throw std::runtime_error(std::string("waitpid: ") + std::strerror(errno));
+        if (errno != EINTR) Fail("waitpid", errno);
     }
-    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return result;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), out.Text(), err.Text()};
 }
 
 void SetOwnEnvironment(const EnvironmentChange& change)

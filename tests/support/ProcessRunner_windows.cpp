@@ -1,9 +1,11 @@
 #include "ProcessRunner.h"
 
+#include "platform/TextConversion.h"
 #include "platform/windows/UniqueHandle.h"
 
 #include <windows.h>
 
+#include <memory>
 #include <stdexcept>
 
 namespace KestrelTest {
@@ -11,37 +13,20 @@ namespace {
 
 using Tessel::Bridge::Platform::Windows::UniqueHandle;
 
-std::wstring Widen(const std::string& utf8)
-{
-    if (utf8.empty()) return {};
-    const int length = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), wide.data(), length);
-    return wide;
-}
+using Tessel::Bridge::Platform::WideFromUtf8;
 
-// Quotes one argument so that the C runtime's command-line parser gives it back.
+// Quotes one argument so that the C runtime's command-line parser gives it back:
+// backslashes are doubled only before a quote, which is escaped, and the end.
 std::wstring Quote(const std::wstring& argument)
 {
-    if (!argument.empty() && argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) return argument;
     std::wstring quoted = L"\"";
-    std::size_t backslashes = 0;
-    for (const wchar_t ch : argument) {
-        if (ch == L'\\') {
-            ++backslashes;
-            continue;
-        }
-        if (ch == L'"') {
-            quoted.append(backslashes * 2 + 1, L'\\');
-        } else {
-            quoted.append(backslashes, L'\\');
-        }
-        backslashes = 0;
-        quoted.push_back(ch);
+    for (std::size_t i = 0, backslashes = 0; i < argument.size(); ++i) {
+        if (argument[i] == L'"') quoted.append(backslashes + 1, L'\\');
+        backslashes = argument[i] == L'\\' ? backslashes + 1 : 0;
+        quoted.push_back(argument[i]);
+        if (i + 1 == argument.size()) quoted.append(backslashes, L'\\');
     }
-    quoted.append(backslashes * 2, L'\\');
-    quoted.push_back(L'"');
-    return quoted;
+    return quoted + L'"';
 }
 
 [[noreturn]] void ThrowLastError(const char* what)
@@ -80,24 +65,17 @@ bool Drain(HANDLE from, std::string& into)
 std::wstring EnvironmentBlock(const std::vector<EnvironmentChange>& changes)
 {
     if (changes.empty()) return {};
+    const std::unique_ptr<wchar_t, decltype(&FreeEnvironmentStringsW)> strings(GetEnvironmentStringsW(), &FreeEnvironmentStringsW);
     std::vector<std::wstring> entries;
-    const wchar_t* strings = GetEnvironmentStringsW();
-    for (const wchar_t* entry = strings; *entry != L'\0'; entry += wcslen(entry) + 1) entries.emplace_back(entry);
-    FreeEnvironmentStringsW(const_cast<wchar_t*>(strings));
+    for (const wchar_t* entry = strings.get(); *entry != L'\0'; entry += wcslen(entry) + 1) entries.emplace_back(entry);
     for (const EnvironmentChange& change : changes) {
-        const std::wstring prefix = Widen(change.name) + L"=";
-        std::erase_if(entries, [&](const std::wstring& entry) {
-            return _wcsnicmp(entry.c_str(), prefix.c_str(), prefix.size()) == 0;
-        });
-        if (change.value) entries.push_back(prefix + Widen(*change.value));
+        const std::wstring prefix = WideFromUtf8(change.name.c_str()) + L"=";
+        std::erase_if(entries, [&](const std::wstring& entry) { return _wcsnicmp(entry.c_str(), prefix.c_str(), prefix.size()) == 0; });
+        if (change.value) entries.push_back(prefix + WideFromUtf8(change.value->c_str()));
     }
     std::wstring block;
-    for (const std::wstring& entry : entries) {
-        block += entry;
-        block.push_back(L'\0');
-    }
-    block.push_back(L'\0');
-    return block;
+    for (const std::wstring& entry : entries) block += entry + L'\0';
+    return block + L'\0';
 }
 
 } // namespace
@@ -106,33 +84,27 @@ const int kExitStatusOfMinusOne = -1;
 const std::string_view kLineEnd = "\r\n";
 
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                         const std::vector<EnvironmentChange>& environment,
-                         const std::filesystem::path& workingDirectory)
+                         const std::vector<EnvironmentChange>& environment)
 {
     UniqueHandle outRead, outWrite, errRead, errWrite;
     CreateInheritedPipe(outRead, outWrite);
     CreateInheritedPipe(errRead, errWrite);
-    SECURITY_ATTRIBUTES inherit{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    UniqueHandle input(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING,
-                                   0, nullptr));
 
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = input.Get();
     startup.hStdOutput = outWrite.Get();
     startup.hStdError = errWrite.Get();
 
     std::wstring commandLine = Quote(program.wstring());
-    for (const std::string& argument : arguments) commandLine += L" " + Quote(Widen(argument));
+    for (const std::string& argument : arguments) commandLine += L" " + Quote(WideFromUtf8(argument.c_str()));
     std::wstring block = EnvironmentBlock(environment);
 
     PROCESS_INFORMATION info{};
     // Wine now and then fails a start with ERROR_INTERNAL_ERROR; a second try starts it.
     for (int attempt = 1;; ++attempt) {
         if (CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
-                           block.empty() ? nullptr : block.data(),
-                           workingDirectory.empty() ? nullptr : workingDirectory.c_str(), &startup, &info)) {
+                           block.empty() ? nullptr : block.data(), nullptr, &startup, &info)) {
             break;
         }
         if (GetLastError() != ERROR_INTERNAL_ERROR || attempt == 3) ThrowLastError("CreateProcessW");
@@ -168,23 +140,12 @@ void SetOwnEnvironment(const EnvironmentChange& change)
 
 std::filesystem::path BuiltProgram(std::string_view name)
 {
-    const std::wstring program = Widen(std::string(name)) + L".exe";
-    std::wstring directory(MAX_PATH, L'\0');
-    const DWORD named =
-        GetEnvironmentVariableW(L"KESTREL_PROGRAM_DIR", directory.data(), static_cast<DWORD>(directory.size()));
-    if (named > 0 && named < directory.size()) {
-        directory.resize(named);
+    const std::wstring program = WideFromUtf8(std::string(name).c_str()) + L".exe";
+    if (const wchar_t* directory = _wgetenv(L"KESTREL_PROGRAM_DIR"); directory != nullptr && *directory != L'\0') {
         return std::filesystem::path(directory) / program;
     }
-    std::wstring path(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-        if (length < path.size()) {
-            path.resize(length);
-            break;
-        }
-        path.resize(path.size() * 2);
-    }
+    std::wstring path(32768, L'\0'); // the longest path there is
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
     return std::filesystem::path(path).parent_path() / program;
 }
 

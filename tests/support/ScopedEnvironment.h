@@ -17,7 +17,6 @@ public:
         if (const char* old = std::getenv(name)) old_ = old;
         SetOwnEnvironment({name_, value});
     }
-    explicit ScopedEnvironment(const EnvironmentChange& change) : ScopedEnvironment(change.name.c_str(), change.value) {}
     ~ScopedEnvironment() { SetOwnEnvironment({name_, old_}); }
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;

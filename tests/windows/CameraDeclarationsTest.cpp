@@ -1,6 +1,6 @@
 // Pins the hand-written camera declarations to what Windows publishes: each IID
 // against its text form in the Windows SDK headers, and each method the camera
-// code calls against its published vtable slot. A wrong slot compiles and links
+// code calls (or, for handlers, Windows calls) against its published vtable slot. A wrong slot compiles and links
 // and only misbehaves on a real camera, so it is caught here instead.
 #include "platform/windows/KsCameraLayouts.h"
 #include "platform/windows/MfCameraConfiguration.h"
@@ -122,20 +122,12 @@ const SlotCase kSlots[] = {
     SLOT(IMFCameraControlDefaultsCollection, GetControl, (0ul, nullptr), 34),
     SLOT(IMFCameraControlDefaultsCollection, GetOrAddExtendedControl, (kPrestart, 0ul, 0ul, 0ul, nullptr), 35),
     SLOT(IMFCameraControlDefaultsCollection, GetOrAddControl, (kPrestart, kAnyGuid, 0ul, 0ul, 0ul, nullptr), 36),
-    SLOT(IMFCameraControlDefaultsCollection, RemoveControl, (kAnyGuid, 0ul), 37),
-    SLOT(IMFCameraControlDefaultsCollection, RemoveAllControls, (), 38),
-    SLOT(IMFCameraControlDefaults, GetType, (), 3),
-    SLOT(IMFCameraControlDefaults, GetRangeInfo, (nullptr), 4),
     SLOT(IMFCameraControlDefaults, LockControlData, (nullptr, nullptr, nullptr, nullptr), 5),
     SLOT(IMFCameraControlDefaults, UnlockControlData, (), 6),
-    SLOT(IAsyncInfo, get_Id, (nullptr), 6),
     SLOT(IAsyncInfo, get_Status, (nullptr), 7),
     SLOT(IAsyncInfo, get_ErrorCode, (nullptr), 8),
-    SLOT(IAsyncInfo, Cancel, (), 9),
-    SLOT(IAsyncInfo, Close, (), 10),
     SLOT(IClosable, Close, (), 6),
     SLOT(IAsyncAction, put_Completed, (nullptr), 6),
-    SLOT(IAsyncAction, get_Completed, (nullptr), 7),
     SLOT(IAsyncAction, GetResults, (), 8),
     SLOT(IAsyncActionCompletedHandler, Invoke, (nullptr, Completed), 3),
     SLOT(IReferenceOfUInt32, get_Value, (nullptr), 6),
@@ -146,7 +138,6 @@ const SlotCase kSlots[] = {
     SLOT(IVectorViewOfDeviceInformation, GetAt, (0u, nullptr), 6),
     SLOT(IVectorViewOfDeviceInformation, get_Size, (nullptr), 7),
     SLOT(IAsyncOperationOfDeviceInformationCollection, put_Completed, (nullptr), 6),
-    SLOT(IAsyncOperationOfDeviceInformationCollection, get_Completed, (nullptr), 7),
     SLOT(IAsyncOperationOfDeviceInformationCollection, GetResults, (nullptr), 8),
     SLOT(IAsyncOperationCompletedHandlerOfDeviceInformationCollection, Invoke, (nullptr, Completed), 3),
     SLOT(IMediaCapture, InitializeWithSettingsAsync, (nullptr, nullptr), 7),
@@ -161,14 +152,10 @@ const SlotCase kSlots[] = {
     SLOT(IMediaDeviceControlCapabilities, get_Supported, (nullptr), 6),
     SLOT(IMediaDeviceControlCapabilities, get_Min, (nullptr), 7),
     SLOT(IMediaDeviceControlCapabilities, get_Max, (nullptr), 8),
-    SLOT(IMediaDeviceControlCapabilities, get_Step, (nullptr), 9),
-    SLOT(IMediaDeviceControlCapabilities, get_Default, (nullptr), 10),
-    SLOT(IMediaDeviceControlCapabilities, get_AutoModeSupported, (nullptr), 11),
     SLOT(IAdvancedVideoCaptureDeviceController3, get_ZoomControl, (nullptr), 8),
     SLOT(IZoomControl, get_Supported, (nullptr), 6),
     SLOT(IZoomControl, get_Min, (nullptr), 7),
     SLOT(IZoomControl, get_Max, (nullptr), 8),
-    SLOT(IZoomControl, get_Step, (nullptr), 9),
     SLOT(IZoomControl, get_Value, (nullptr), 10),
     SLOT(IAdvancedVideoCaptureDeviceController5, GetDevicePropertyById, (nullptr, nullptr, nullptr), 7),
     SLOT(IVideoDeviceControllerGetDevicePropertyResult, get_Status, (nullptr), 6),

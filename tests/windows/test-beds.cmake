@@ -1,38 +1,26 @@
 # Stand-ins the command-line tests install in the prefix: the display vendor's
-# plug-in and its service program at versions 4.9 and 5.0 (copied where a real
-# installation puts them), and a push-notification service program.
+# service program at version 5.0, copied where a real installation puts it,
+# the push-notification service with its settings key, the word processor's
+# automation server, and the camera platform of one built-in camera.
 set(testbed "${CMAKE_BINARY_DIR}/bin/testbed")
-add_library(kestrel_portrait_panel_plugin MODULE windows/testbed/PortraitPanelPlugin.cpp windows/testbed/PortraitPanelPlugin.def)
-set_target_properties(kestrel_portrait_panel_plugin PROPERTIES PREFIX "" OUTPUT_NAME TesselVNT LIBRARY_OUTPUT_DIRECTORY "${testbed}")
-target_include_directories(kestrel_portrait_panel_plugin PRIVATE "${PROJECT_SOURCE_DIR}")
-target_link_libraries(kestrel_portrait_panel_plugin PRIVATE kestrel_windows_api)
-target_link_options(kestrel_portrait_panel_plugin PRIVATE -static)
-kestrel_warnings(kestrel_portrait_panel_plugin)
 
 # A component linked against KestrelTool.exe's own exports, built as a
 # component of the product is: with the same toolchain, against the installed
 # package (find_package(KestrelSecurity)). KestrelTool loads it in the
-# plug-in's place.
+# display vendor plug-in's place.
 add_test(NAME kestrel_security.package COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/consumer/run-consumer" "${CMAKE_BINARY_DIR}"
     "${CMAKE_BINARY_DIR}/consumer" cp SecurityConsumer.dll "${testbed}/")
 set_tests_properties(kestrel_security.package PROPERTIES FIXTURES_SETUP security_package)
 set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED security_package)
 
-foreach(version 4.9 5.0)
-    string(REPLACE "." ";" parts ${version})
-    list(GET parts 0 major)
-    list(GET parts 1 minor)
-    set(target kestrel_vendor_service_${major}_${minor})
-    add_executable(${target} windows/testbed/VendorService.cpp windows/testbed/VendorService.rc)
-    set_target_properties(${target} PROPERTIES OUTPUT_NAME Vantor-${version} RUNTIME_OUTPUT_DIRECTORY "${testbed}")
-    target_compile_definitions(${target} PRIVATE VENDOR_MAJOR=${major} VENDOR_MINOR=${minor})
-    target_link_options(${target} PRIVATE -static)
-    add_dependencies(kestrel_cli_tests ${target})
-endforeach()
+add_executable(kestrel_vendor_service windows/testbed/VendorService.cpp windows/testbed/VendorService.rc)
+set_target_properties(kestrel_vendor_service PROPERTIES OUTPUT_NAME Vantor-5.0 RUNTIME_OUTPUT_DIRECTORY "${testbed}")
+target_compile_definitions(kestrel_vendor_service PRIVATE VENDOR_MAJOR=5 VENDOR_MINOR=0)
+target_link_options(kestrel_vendor_service PRIVATE -static)
+add_dependencies(kestrel_cli_tests kestrel_vendor_service)
 
-target_sources(kestrel_cli_tests PRIVATE windows/DisplayCliWineTest.cpp windows/VerifyCliWineTest.cpp)
+target_sources(kestrel_cli_tests PRIVATE windows/DisplayCliWineTest.cpp)
 add_dependencies(kestrel_cli_tests KestrelVerify)
-add_dependencies(kestrel_cli_tests kestrel_portrait_panel_plugin)
 set(cli_environment "KESTREL_TEST_BEDS=Z:${testbed}" "KESTREL_TRUST_MATERIAL=Z:${CMAKE_BINARY_DIR}/trust-material")
 set_property(TEST kestrel_cli_tests APPEND PROPERTY ENVIRONMENT ${cli_environment})
 set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED trust_material)
@@ -41,23 +29,64 @@ if(KESTREL_LIBCXX_PROGRAMS)
     cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY FIXTURES_REQUIRED trust_material)
 endif()
 
-# The push-notification service stand-in, registered by the Notification tests.
+# The per-user push-notification service (its name carries a suffix), stopped
+# until a test restarts it, and its settings key with notifications on.
 add_executable(kestrel_push_notification_service windows/testbed/PushNotificationService.cpp)
 set_target_properties(kestrel_push_notification_service PROPERTIES
     OUTPUT_NAME PushNotificationService RUNTIME_OUTPUT_DIRECTORY "${testbed}")
-target_link_libraries(kestrel_push_notification_service PRIVATE kestrel_windows_api shell32)
 target_link_options(kestrel_push_notification_service PRIVATE -static)
 kestrel_warnings(kestrel_push_notification_service)
-target_sources(kestrel_cli_tests PRIVATE windows/NotificationCliWineTest.cpp windows/ApplicationCliWineTest.cpp)
-target_link_libraries(kestrel_cli_tests PRIVATE advapi32)
 add_dependencies(kestrel_cli_tests kestrel_push_notification_service)
+string(REPLACE "/" "\\" push_service_exe "Z:${testbed}/PushNotificationService.exe")
+kestrel_wine_test(test_beds.notification COMMAND sh -c
+    "wine reg add 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\PushNotifications' /v ToastEnabled /t REG_DWORD /d 1 /f \
+     && wine sc create WpnUserService_5b7c3 binPath= \"$0\" DisplayName= 'Windows Push Notifications User Service_5b7c3' \
+     && ${wine_settle}" "${push_service_exe}"
+    REQUIRED_FILES "${testbed}/PushNotificationService.exe")
+set_tests_properties(test_beds.notification PROPERTIES FIXTURES_SETUP test_beds)
+set_property(TEST kestrel_cli_tests APPEND PROPERTY FIXTURES_REQUIRED test_beds)
+if(KESTREL_LIBCXX_PROGRAMS)
+    cmake_language(DEFER CALL set_property TEST kestrel_cli_tests.libcxx APPEND PROPERTY FIXTURES_REQUIRED test_beds)
+endif()
 
-# The word processor's automation server, registered by the Application tests.
+# The word processor's automation server, in process, as Word.Application.
 add_library(kestrel_word_automation_server MODULE windows/testbed/WordAutomationServer.cpp windows/testbed/WordAutomationServer.def)
 set_target_properties(kestrel_word_automation_server PROPERTIES
     PREFIX "" OUTPUT_NAME WordAutomationServer LIBRARY_OUTPUT_DIRECTORY "${testbed}")
-target_link_libraries(kestrel_word_automation_server PRIVATE kestrel_windows_api oleaut32)
+target_link_libraries(kestrel_word_automation_server PRIVATE oleaut32 uuid)
 target_link_options(kestrel_word_automation_server PRIVATE -static)
 kestrel_warnings(kestrel_word_automation_server)
 add_dependencies(kestrel_cli_tests kestrel_word_automation_server)
+string(REPLACE "/" "\\" word_server_dll "Z:${testbed}/WordAutomationServer.dll")
+set(word_class "{5B7E6D0C-94A1-4C3E-8F2B-6A1D0E9C7B31}")
+kestrel_wine_test(test_beds.word_processor COMMAND sh -c
+    "wine reg add 'HKCR\\Word.Application\\CLSID' /ve /d '${word_class}' /f \
+     && wine reg add 'HKCR\\CLSID\\${word_class}\\InprocServer32' /ve /d \"$0\" /f \
+     && wine reg add 'HKCR\\CLSID\\${word_class}\\InprocServer32' /v ThreadingModel /t REG_SZ /d Both /f \
+     && ${wine_settle}" "${word_server_dll}"
+    REQUIRED_FILES "${testbed}/WordAutomationServer.dll")
+set_tests_properties(test_beds.word_processor PROPERTIES FIXTURES_SETUP test_beds)
 
+# The camera platform: the capture classes' Windows Runtime factories and the
+# camera configuration manager COM class, in one DLL.
+add_library(kestrel_camera_platform MODULE windows/testbed/CameraPlatform.cpp windows/testbed/CameraPlatform.def)
+set_target_properties(kestrel_camera_platform PROPERTIES
+    PREFIX "" OUTPUT_NAME KestrelCameraPlatform LIBRARY_OUTPUT_DIRECTORY "${testbed}")
+target_include_directories(kestrel_camera_platform PRIVATE "${PROJECT_SOURCE_DIR}")
+target_link_libraries(kestrel_camera_platform PRIVATE kestrel_windows_api ole32 uuid
+    $<IF:$<CXX_COMPILER_ID:GNU>,runtimeobject,api-ms-win-core-winrt-string-l1-1-0>)
+target_link_options(kestrel_camera_platform PRIVATE -static)
+kestrel_warnings(kestrel_camera_platform)
+add_dependencies(kestrel_cli_tests kestrel_camera_platform)
+string(REPLACE "/" "\\" camera_platform_dll "Z:${testbed}/KestrelCameraPlatform.dll")
+set(camera_keys "HKCR\\CLSID\\{6C92B540-5854-4A17-92B6-AC89C96E9683}\\InprocServer32")
+foreach(class Windows.Devices.Enumeration.DeviceInformation Windows.Media.Capture.MediaCapture
+              Windows.Media.Capture.MediaCaptureInitializationSettings)
+    list(APPEND camera_keys "HKLM\\Software\\Microsoft\\WindowsRuntime\\ActivatableClassId\\${class}")
+endforeach()
+kestrel_wine_test(test_beds.camera COMMAND sh -c
+    "wine reg add \"$1\" /ve /d \"$0\" /f && wine reg add \"$1\" /v ThreadingModel /t REG_SZ /d Both /f && shift \
+     && for key in \"$@\"; do wine reg add \"$key\" /v DllPath /t REG_SZ /d \"$0\" /f || exit 1; done && ${wine_settle}"
+    "${camera_platform_dll}" ${camera_keys}
+    REQUIRED_FILES "${testbed}/KestrelCameraPlatform.dll")
+set_tests_properties(test_beds.camera PROPERTIES FIXTURES_SETUP test_beds)

@@ -1,4 +1,3 @@
-// COM objects of the test beds: reference counting for one interface.
 #pragma once
 
 #include <windows.h>
@@ -8,8 +7,7 @@
 
 namespace KestrelTestBed {
 
-// Reference counting for one interface; the last Release deletes the object.
-// Objects go through Release only, never through an interface pointer's delete.
+// One interface's reference count; the last Release (never delete) deletes.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 template <typename Interface>
@@ -21,8 +19,7 @@ public:
         if (out == nullptr) return E_POINTER;
         *out = iid == IID_IUnknown || iid == __uuidof(Interface) ? static_cast<Interface*>(this) : nullptr;
         if (*out == nullptr) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
+        return AddRef(), S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
     ULONG STDMETHODCALLTYPE Release() override

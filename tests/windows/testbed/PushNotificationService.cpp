@@ -1,10 +1,6 @@
-// An own-process service for the Wine prefix: it runs until it is stopped,
-// and each start appends a line to the file named by its first argument.
+// The push-notification service of the prefix: an own-process service that
+// runs until it is stopped, so a restart is a real stop and a real start.
 #include <windows.h>
-#include <shellapi.h>
-
-#include <filesystem>
-#include <fstream>
 
 namespace {
 
@@ -40,13 +36,8 @@ void WINAPI ServiceMain(DWORD, LPWSTR*)
 
 } // namespace
 
-// main rather than wmain: not every toolchain here has a wide entry point.
 int main()
 {
-    int argc = 0;
-    wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    if (argv != nullptr && argc > 1) std::ofstream(std::filesystem::path(argv[1]), std::ios::app) << "started\n";
-    LocalFree(argv);
     wchar_t name[] = L"";
     SERVICE_TABLE_ENTRYW table[] = {{name, &ServiceMain}, {nullptr, nullptr}};
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
