@@ -22,8 +22,9 @@ enum class ValueUse {
 };
 
 // Wine does not keep some settings faithfully: such a function's accepted
-// values are run on the host only, its refusals everywhere.
-enum class UnderWine { Everything, RefusalsOnly };
+// values are run on the host only, its refusals everywhere. The prefix has no
+// camera, whose absence ends a Camera run before its value is read.
+enum class UnderWine { Everything, RefusalsOnly, Nothing };
 
 struct FunctionRow {
     const char* category;
@@ -33,18 +34,18 @@ struct FunctionRow {
 };
 
 const FunctionRow kFunctions[] = {
-    {"Camera", "IsZoomSupported", ValueUse::Ignored},
-    {"Camera", "GetZoom", ValueUse::Ignored},
-    {"Camera", "SetZoom", ValueUse::Number},
-    {"Camera", "IsBlurSupported", ValueUse::Ignored},
-    {"Camera", "GetBlurOnOff", ValueUse::Ignored},
-    {"Camera", "SetBlurOnOff", ValueUse::Number},
-    {"Camera", "IsAutoFrameSupported", ValueUse::Ignored},
-    {"Camera", "GetAutoFrameOnOff", ValueUse::Ignored},
-    {"Camera", "SetAutoFrameOnOff", ValueUse::Number},
-    {"Camera", "GetBrightness", ValueUse::Ignored},
-    {"Camera", "SetBrightness", ValueUse::Number},
-    {"Camera", "IsCameraSupported", ValueUse::Ignored},
+    {"Camera", "IsZoomSupported", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "GetZoom", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetZoom", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "IsBlurSupported", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "GetBlurOnOff", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetBlurOnOff", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "IsAutoFrameSupported", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "GetAutoFrameOnOff", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetAutoFrameOnOff", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "GetBrightness", ValueUse::Ignored, UnderWine::Nothing},
+    {"Camera", "SetBrightness", ValueUse::Number, UnderWine::Nothing},
+    {"Camera", "IsCameraSupported", ValueUse::Ignored, UnderWine::Nothing},
     {"Application", "GetApplicationLocation", ValueUse::Name},
     {"Application", "WriteToDoc", ValueUse::Path},
     {"Accessory", "GetMouseSpeed", ValueUse::Ignored},
@@ -145,6 +146,7 @@ class BadInput : public ::testing::TestWithParam<FunctionRow> {};
 TEST_P(BadInput, EachBadValueEndsTheRunOrActsAsThePlainNumber)
 {
     const FunctionRow& row = GetParam();
+    if (row.wine == UnderWine::Nothing && kLineEnd != "\n") GTEST_SKIP() << "the prefix has no camera";
     const Outcome withoutValue = RunOnFreshPc(Words(row, std::nullopt));
     for (const BadValue& bad : kBadValues) {
         SCOPED_TRACE(bad.label);

@@ -32,9 +32,7 @@ public:
     // What a program started for this test needs in its environment.
     std::vector<EnvironmentChange> Environment() const
     {
-        // Under Wine the camera bed keeps its saved defaults in the PC's folder.
-        return {{emulated_ ? "KESTREL_EMULATED_PC" : "KESTREL_TEST_CAMERA_DEFAULTS",
-                 emulated_ ? StateFile().string() : directory_.Path().string()}};
+        return emulated_ ? std::vector<EnvironmentChange>{{"KESTREL_EMULATED_PC", StateFile().string()}} : std::vector<EnvironmentChange>{};
     }
 
     // The PC's stored state as bytes (empty when there is none), and a way to

@@ -1,7 +1,7 @@
 # Stand-ins the command-line tests install in the prefix: the display vendor's
 # service program at version 5.0, copied where a real installation puts it,
-# the push-notification service with its settings key, the word processor's
-# automation server, and the camera platform of one built-in camera.
+# the push-notification service with its settings key, and the word
+# processor's automation server.
 set(testbed "${CMAKE_BINARY_DIR}/bin/testbed")
 
 # A component linked against KestrelTool.exe's own exports, built as a
@@ -66,27 +66,3 @@ kestrel_wine_test(test_beds.word_processor COMMAND sh -c
      && ${wine_settle}" "${word_server_dll}"
     REQUIRED_FILES "${testbed}/WordAutomationServer.dll")
 set_tests_properties(test_beds.word_processor PROPERTIES FIXTURES_SETUP test_beds)
-
-# The camera platform: the capture classes' Windows Runtime factories and the
-# camera configuration manager COM class, in one DLL.
-add_library(kestrel_camera_platform MODULE windows/testbed/CameraPlatform.cpp windows/testbed/CameraPlatform.def)
-set_target_properties(kestrel_camera_platform PROPERTIES
-    PREFIX "" OUTPUT_NAME KestrelCameraPlatform LIBRARY_OUTPUT_DIRECTORY "${testbed}")
-target_include_directories(kestrel_camera_platform PRIVATE "${PROJECT_SOURCE_DIR}")
-target_link_libraries(kestrel_camera_platform PRIVATE kestrel_windows_api ole32 uuid
-    $<IF:$<CXX_COMPILER_ID:GNU>,runtimeobject,api-ms-win-core-winrt-string-l1-1-0>)
-target_link_options(kestrel_camera_platform PRIVATE -static)
-kestrel_warnings(kestrel_camera_platform)
-add_dependencies(kestrel_cli_tests kestrel_camera_platform)
-string(REPLACE "/" "\\" camera_platform_dll "Z:${testbed}/KestrelCameraPlatform.dll")
-set(camera_keys "HKCR\\CLSID\\{6C92B540-5854-4A17-92B6-AC89C96E9683}\\InprocServer32")
-foreach(class Windows.Devices.Enumeration.DeviceInformation Windows.Media.Capture.MediaCapture
-              Windows.Media.Capture.MediaCaptureInitializationSettings)
-    list(APPEND camera_keys "HKLM\\Software\\Microsoft\\WindowsRuntime\\ActivatableClassId\\${class}")
-endforeach()
-kestrel_wine_test(test_beds.camera COMMAND sh -c
-    "wine reg add \"$1\" /ve /d \"$0\" /f && wine reg add \"$1\" /v ThreadingModel /t REG_SZ /d Both /f && shift \
-     && for key in \"$@\"; do wine reg add \"$key\" /v DllPath /t REG_SZ /d \"$0\" /f || exit 1; done && ${wine_settle}"
-    "${camera_platform_dll}" ${camera_keys}
-    REQUIRED_FILES "${testbed}/KestrelCameraPlatform.dll")
-set_tests_properties(test_beds.camera PROPERTIES FIXTURES_SETUP test_beds)
