@@ -86,28 +86,6 @@ protected:
     std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> roots{X509_STORE_new(), &X509_STORE_free};
 };
 
-TEST_F(AuthenticodeSignature, EachSignatureGetsWinVerifyTrustsAnswer)
-{
-    const std::pair<const char*, std::uint32_t> rows[] = {
-        {"signed.p7", Result::kTrusted},           {"expired.p7", Result::kExpired},
-        {"notyet.p7", Result::kExpired},
-        {"wrongpurpose.p7", Result::kWrongUsage},  {"untrusted.p7", Result::kUntrustedRoot},
-    };
-    for (const auto& [file, result] : rows) {
-        const auto set = SignatureSet::Parse(Read(file));
-        ASSERT_TRUE(set) << file;
-        const Signature check = Judge(*set, 0);
-        EXPECT_EQ(check.result, result) << file;
-        EXPECT_EQ(check.signer.has_value(), result != Result::kWrongUsage) << file;
-        EXPECT_EQ(check.digestAlgorithm, "sha256") << file;
-        EXPECT_FALSE(check.timestamp.has_value()) << file;
-    }
-    // An RFC 3161 token osslsigncode made at the claimed time keeps an expired signer good.
-    const Signature stamped = Judge(SignatureSet::Parse(Read("expired-ts.p7")).value(), 0);
-    EXPECT_EQ(stamped.result, Result::kTrusted);
-    EXPECT_TRUE(stamped.timestamp && stamped.timestamp->kind == Timestamp::Kind::Rfc3161 && stamped.timestamp->time == kInExpiredLeaf);
-}
-
 TEST_F(AuthenticodeSignature, OnlyAValidCountersignatureMovesTheTime)
 {
     // The bytes, the code, and the time of the timestamp reported (0: none).

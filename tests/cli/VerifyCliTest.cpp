@@ -153,6 +153,7 @@ TEST_F(KestrelVerifyCli, GivesWindowsCodesAndTrustForEachFile)
         {"untrusted.exe", "  embedded 0: 0x800B0109 key=[0-9a-f]{64} subject=CN=Kestrel Test untrusted\n", false},
         {"wrongpurpose.exe", "  embedded 0: 0x800B0110\n", false},
         {"expired.exe", "  embedded 0: 0x800B0101 key=[0-9a-f]{64} subject=CN=Kestrel Test expired\n", true},
+        {"notyet.exe", "  embedded 0: 0x800B0101 key=[0-9a-f]{64} subject=CN=Kestrel Test notyet\n", true},
         {"trailing.exe", "  embedded 0: 0x800B0100\n", false}, // bytes after the certificate table
         {"root.crt", "  embedded 0: 0x800B0003\n", false},     // no image at all
     };
