@@ -130,6 +130,8 @@ TEST_F(EmulatedPcCli, TheServiceVersionThePanelAndMissingExportsReachTheResults)
                    {{"DisplayPortrait", "SetDisplayMode", "7"}, "-1"}});
     UseState({{"portraitDisplays", {{"panel", {{"modes", Json::array()}}}}}});
     ExpectResults({{{"DisplayPortrait", "GetSupportedDisplayModes"}, "-1"}});
+    UseState({{"portraitDisplays", {{"panel", {{"missingExports", {"GetDisplayModes"}}}}}}}); // no export of that name
+    EXPECT_EQ(Run({"DisplayPortrait", "GetDisplayMode"}).exitStatus, kAbnormalEndStatus);
 }
 
 // Service transitions take virtual time: half a second each way, polled a
@@ -173,4 +175,8 @@ TEST_F(EmulatedPcCli, EachWriteToDocTypesItsFileIntoANewVisibleDocumentInFront)
         EXPECT_EQ(document["foreground"], i == 4); // only the newest window is in front
     }
     EXPECT_EQ(SavedState()["editor"]["openedPaths"], Json::array());
+    // Without the word processor the plain text editor gets the path: its command
+    // line ("notepad.exe", a blank, the path and its end) holds 32767 characters.
+    UseState({{"wordProcessor", {{"installed", false}}}});
+    ExpectResults({{{"Application", "WriteToDoc", std::string(32754, 'p')}, "1"}, {{"Application", "WriteToDoc", std::string(32755, 'p')}, "0"}});
 }
