@@ -34,31 +34,29 @@ std::wstring Quote(const std::wstring& argument)
     throw std::runtime_error(std::string(what) + " failed with error " + std::to_string(GetLastError()));
 }
 
-void CreateInheritedPipe(UniqueHandle& readEnd, UniqueHandle& writeEnd)
+// A temporary file for a child's output, read once the child has ended:
+// nothing has to keep up with it, and a process the child leaves running
+// (under Wine, a desktop) holds nothing open that a reader waits for.
+UniqueHandle OutputFile()
 {
+    wchar_t folder[MAX_PATH + 1] = {}, name[MAX_PATH + 1] = {};
+    if (GetTempPathW(MAX_PATH + 1, folder) == 0 || GetTempFileNameW(folder, L"kto", 0, name) == 0) ThrowLastError("GetTempFileNameW");
     SECURITY_ATTRIBUTES inherit{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    HANDLE read = nullptr;
-    HANDLE write = nullptr;
-    if (!CreatePipe(&read, &write, &inherit, 0)) ThrowLastError("CreatePipe");
-    readEnd.Reset(read);
-    writeEnd.Reset(write);
-    // Only the child's end is inherited.
-    SetHandleInformation(readEnd.Get(), HANDLE_FLAG_INHERIT, 0);
+    UniqueHandle file(CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &inherit,
+                                  CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    if (!file) ThrowLastError("CreateFileW");
+    return file;
 }
 
-// Moves what the pipe holds now into `into`; false once the writers are gone.
-bool Drain(HANDLE from, std::string& into)
+std::string TextOf(HANDLE file)
 {
-    DWORD available = 0;
-    while (PeekNamedPipe(from, nullptr, 0, nullptr, &available, nullptr)) {
-        if (available == 0) return true;
-        const std::size_t size = into.size();
-        into.resize(size + available);
-        DWORD read = 0;
-        if (!ReadFile(from, into.data() + size, available, &read, nullptr)) read = 0;
-        into.resize(size + read);
+    std::string text(GetFileSize(file, nullptr), '\0');
+    DWORD read = 0;
+    if (!SetFilePointerEx(file, {}, nullptr, FILE_BEGIN) || !ReadFile(file, text.data(), static_cast<DWORD>(text.size()), &read, nullptr)) {
+        ThrowLastError("ReadFile");
     }
-    return false;
+    text.resize(read);
+    return text;
 }
 
 // The environment block for CreateProcessW, or empty for the parent's own.
@@ -86,15 +84,13 @@ const std::string_view kLineEnd = "\r\n";
 ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                          const std::vector<EnvironmentChange>& environment)
 {
-    UniqueHandle outRead, outWrite, errRead, errWrite;
-    CreateInheritedPipe(outRead, outWrite);
-    CreateInheritedPipe(errRead, errWrite);
+    const UniqueHandle out = OutputFile(), err = OutputFile();
 
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = outWrite.Get();
-    startup.hStdError = errWrite.Get();
+    startup.hStdOutput = out.Get();
+    startup.hStdError = err.Get();
 
     std::wstring commandLine = Quote(program.wstring());
     for (const std::string& argument : arguments) commandLine += L" " + Quote(WideFromUtf8(argument.c_str()));
@@ -112,20 +108,9 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     }
     UniqueHandle process(info.hProcess);
     UniqueHandle thread(info.hThread);
-    outWrite.Reset();
-    errWrite.Reset();
 
-    // Read until the program has ended, not until the pipes close: under Wine a
-    // desktop process the program starts inherits its Unix descriptors and
-    // keeps the pipes open for as long as it lives.
-    ProcessResult result;
-    for (bool open = true; open;) {
-        const bool ended = WaitForSingleObject(process.Get(), 5) == WAIT_OBJECT_0;
-        const bool outOpen = Drain(outRead.Get(), result.out);
-        const bool errOpen = Drain(errRead.Get(), result.err);
-        open = !ended && (outOpen || errOpen);
-    }
     WaitForSingleObject(process.Get(), INFINITE);
+    ProcessResult result{0, TextOf(out.Get()), TextOf(err.Get())};
     DWORD code = 0;
     if (!GetExitCodeProcess(process.Get(), &code)) ThrowLastError("GetExitCodeProcess");
     result.exitStatus = static_cast<int>(code);
