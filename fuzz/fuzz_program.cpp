@@ -44,9 +44,9 @@ int Run(const std::vector<std::string>& words, std::wostringstream& out)
     return 0;
 }
 
-State Documents()
+const State& Documents(const State& state)
 {
-    return Member(Member(EmulatedPc(StateFile()).Read(), "wordProcessor"), "documents");
+    return Member(Member(state, "wordProcessor"), "documents");
 }
 
 bool IsUtf8(const std::string& text)
@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto run = [&] {
         status = kAbnormalEndStatus; // unless Run returns
         before = EmulatedPc(StateFile()).Read();
-        if (typing) documents = Documents().size();
+        if (typing) documents = Documents(before).size();
         status = Run(words, out);
     };
     if (!RunOnPc(state, run)) return 0;
@@ -96,9 +96,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     // A new document holds the file as text mode reads it, up to its first
     // zero byte, as valid UTF-8.
-    if (!typing || Documents().size() != documents + 1) return 0;
+    if (!typing || Documents(after).size() != documents + 1) return 0;
     Require(text == L"1\n", "a typed document ends with 1");
-    const std::string typed = Documents().back()["text"].get<std::string>();
+    const std::string typed = Documents(after).back()["text"].get<std::string>();
     const std::string read = Platform::Emulated::FromTextMode(bytes);
     const std::string beforeZero = read.substr(0, read.find('\0'));
     Require(IsUtf8(typed), "the typed text is valid UTF-8");

@@ -110,11 +110,9 @@ ProcessResult RunProcess(const std::filesystem::path& program, const std::vector
     UniqueHandle thread(info.hThread);
 
     WaitForSingleObject(process.Get(), INFINITE);
-    ProcessResult result{0, TextOf(out.Get()), TextOf(err.Get())};
     DWORD code = 0;
     if (!GetExitCodeProcess(process.Get(), &code)) ThrowLastError("GetExitCodeProcess");
-    result.exitStatus = static_cast<int>(code);
-    return result;
+    return {static_cast<int>(code), TextOf(out.Get()), TextOf(err.Get())};
 }
 
 void SetOwnEnvironment(const EnvironmentChange& change)
